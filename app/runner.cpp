@@ -1,0 +1,264 @@
+#include "runner.h"
+
+#include <cctype>
+#include <chrono>
+#include <ctime>
+#include <iostream>
+#include <sstream>
+
+#include "stathost/data_readers.h"
+
+namespace medapp {
+
+using stathost::HostMessage;
+using stathost::HostSession;
+using stathost::MessageLevel;
+
+namespace {
+
+std::string isoNow() {
+  const std::time_t now = std::time(nullptr);
+  char buffer[32];
+  std::strftime(buffer, sizeof buffer, "%Y-%m-%dT%H:%M:%SZ", std::gmtime(&now));
+  return buffer;
+}
+
+HostMessage hostMessage(MessageLevel level, const std::string& command, const std::string& text,
+                        const std::string& file = "", int line = 0) {
+  HostMessage m;
+  m.level = level;
+  m.command = command;
+  m.text = text;
+  m.file = file;
+  m.line = line;
+  return m;
+}
+
+std::vector<std::string> splitWords(const std::string& text) {
+  std::istringstream in(text);
+  std::vector<std::string> out;
+  std::string w;
+  while (in >> w) out.push_back(w);
+  return out;
+}
+
+}  // namespace
+
+nlohmann::json messageToJson(const HostMessage& m) {
+  nlohmann::json j = {{"level", stathost::messageLevelName(m.level)},
+                      {"command", m.command},
+                      {"title", m.title},
+                      {"text", m.text}};
+  if (m.line > 0) {
+    j["line"] = m.line;
+    j["column"] = m.column;
+    if (!m.file.empty()) j["file"] = m.file;
+  }
+  return j;
+}
+
+std::string formatMessageLine(const HostMessage& m) {
+  std::string where;
+  if (m.line > 0) {
+    where = (m.file.empty() ? std::string("<command>") : m.file) + ":" + std::to_string(m.line);
+    if (m.column > 0) where += ":" + std::to_string(m.column);
+    where += ": ";
+  }
+  return where + stathost::messageLevelName(m.level) + ": " + m.text;
+}
+
+Runner::Runner(RunOptions options) : options_(std::move(options)) {
+  document_ = {{"format", "medanlys-output"},
+               {"version", 1},
+               {"application", "medanlys " MEDANLYS_VERSION},
+               {"created", isoNow()},
+               {"data", nullptr},
+               {"messages", nlohmann::json::array()},
+               {"runs", nlohmann::json::array()}};
+}
+
+void Runner::addProcedure(const std::string& name, ProcedureEntry entry) {
+  procedures_[stathost::toUpperAscii(name)] = entry;
+}
+
+std::vector<std::string> Runner::commandNames() const {
+  std::vector<std::string> names = {"SPLIT FILE"};
+  for (const auto& [name, entry] : procedures_) names.push_back(name);
+  return names;
+}
+
+void Runner::addGlobalMessage(const HostMessage& message) {
+  std::cerr << formatMessageLine(message) << '\n';
+  document_["messages"].push_back(messageToJson(message));
+  if (message.level == MessageLevel::kError) anyError_ = true;
+}
+
+bool Runner::loadData(const std::vector<std::string>& nominal,
+                      const std::vector<std::string>& ordinal,
+                      const std::vector<std::string>& scale, char delimiter) {
+  try {
+    std::vector<std::string> warnings;
+    stathost::ReadOptions read;
+    read.delimiter = delimiter;
+    read.warnings = &warnings;
+    auto data = stathost::readDataFile(options_.dataPath, read);
+    stathost::applyLevelOverrides(*data, nominal, stathost::MeasureLevel::kNominal);
+    stathost::applyLevelOverrides(*data, ordinal, stathost::MeasureLevel::kOrdinal);
+    stathost::applyLevelOverrides(*data, scale, stathost::MeasureLevel::kScale);
+    for (const std::string& w : warnings) {
+      addGlobalMessage(hostMessage(MessageLevel::kWarning, "", w));
+    }
+    document_["data"] = {{"file", options_.dataPath},
+                         {"cases", data->caseCount()},
+                         {"variables", data->columns.size()}};
+    HostSession::instance().setActiveDataset(std::move(data));
+    if (!options_.split.empty()) return setSplit(options_.split, "--split");
+    return true;
+  } catch (const stathost::DataError& e) {
+    addGlobalMessage(hostMessage(MessageLevel::kError, "", e.what()));
+    return false;
+  }
+}
+
+bool Runner::setSplit(const std::vector<std::string>& names, const std::string& where) {
+  HostSession& session = HostSession::instance();
+  const stathost::Dataset* data = session.activeDataset();
+  std::vector<int> columns;
+  for (const std::string& name : names) {
+    const int index = data ? data->findColumn(name) : -1;
+    if (index < 0) {
+      addGlobalMessage(hostMessage(MessageLevel::kError, "SPLIT FILE",
+                                   where + ": the split variable '" + name +
+                                       "' is not in the data."));
+      return false;
+    }
+    columns.push_back(index);
+  }
+  session.setSplitColumns(columns);
+  groups_ = columns.empty() ? std::vector<stathost::SplitGroup>{}
+                            : stathost::computeSplitGroups(*data, columns);
+  return true;
+}
+
+int Runner::runCommands(const std::vector<CommandText>& commands, const std::string& source) {
+  HostSession& session = HostSession::instance();
+  for (const CommandText& command : commands) {
+    if (session.cancelRequests() > 0) {
+      addGlobalMessage(hostMessage(MessageLevel::kNote, command.name,
+                                   "Not run: the user stopped the run.", source, command.line));
+      continue;
+    }
+    auto it = procedures_.find(command.name);
+    if (it != procedures_.end()) {
+      runProcedure(command, source, it->second);
+    } else if (!runHostCommand(command, source)) {
+      HostMessage m = hostMessage(MessageLevel::kError, command.name,
+                                  "Unrecognized command '" + command.name +
+                                      "'. Commands this program runs: MEDIATION ANALYSIS, "
+                                      "SPLIT FILE.",
+                                  source, command.line);
+      m.column = 1;
+      session.beginRun();
+      session.setMessageEcho(nullptr);
+      std::cerr << formatMessageLine(m) << '\n';
+      session.addMessage(m);
+      recordRun(command, nullptr, session.endRun());
+    }
+  }
+  return anyError_ ? 1 : 0;
+}
+
+// SPLIT FILE BY v1 v2.  /  SPLIT FILE OFF.
+bool Runner::runHostCommand(const CommandText& command, const std::string& source) {
+  if (command.name != "SPLIT FILE") return false;
+  std::string body = command.text;
+  while (!body.empty() && (std::isspace(static_cast<unsigned char>(body.back())) || body.back() == '.')) {
+    body.pop_back();
+  }
+  std::vector<std::string> words = splitWords(body);
+  const std::string where = source + ":" + std::to_string(command.line);
+  if (words.size() == 3 && stathost::namesEqual(words[2], "OFF")) {
+    setSplit({}, where);
+    return true;
+  }
+  if (words.size() < 4 || !stathost::namesEqual(words[2], "BY")) {
+    addGlobalMessage(hostMessage(MessageLevel::kError, "SPLIT FILE",
+                                 "SPLIT FILE needs BY and the split variables, or OFF.", source,
+                                 command.line));
+    return true;
+  }
+  setSplit(std::vector<std::string>(words.begin() + 3, words.end()), where);
+  return true;
+}
+
+void Runner::runProcedure(const CommandText& command, const std::string& source,
+                          ProcedureEntry entry) {
+  HostSession& session = HostSession::instance();
+  session.setMessageEcho([](const HostMessage& m) { std::cerr << formatMessageLine(m) << '\n'; });
+  session.setCurrentCommand(command.text, command.line, source);
+  const std::size_t runs = groups_.empty() ? 1 : groups_.size();
+  for (std::size_t g = 0; g < runs; ++g) {
+    const stathost::SplitGroup* group = groups_.empty() ? nullptr : &groups_[g];
+    if (group) std::cerr << "-- " << command.name << " for split group " << group->label << '\n';
+    session.setCurrentGroup(group);
+    session.beginRun();
+    entry();
+    stathost::RunRecord record = session.endRun();
+    record.cancelled = session.cancelRequests() > 0;
+    recordRun(command, group, std::move(record));
+    if (session.cancelRequests() > 0) break;
+  }
+  session.setCurrentGroup(nullptr);
+  session.setMessageEcho(nullptr);
+}
+
+void Runner::addLevelHints(stathost::RunRecord& record) const {
+  const stathost::Dataset* data = HostSession::instance().activeDataset();
+  if (!data) return;
+  std::vector<HostMessage> hints;
+  for (const HostMessage& m : record.messages) {
+    if (m.level != MessageLevel::kError) continue;
+    const bool aboutLevel = m.text.find("categorical") != std::string::npos ||
+                            m.text.find("nominal") != std::string::npos ||
+                            m.text.find("scale") != std::string::npos ||
+                            m.text.find("ordinal") != std::string::npos;
+    if (!aboutLevel) continue;
+    for (const std::string& word : splitWords(m.text)) {
+      std::string name = word;
+      while (!name.empty() && std::ispunct(static_cast<unsigned char>(name.back()))) name.pop_back();
+      const int index = data->findColumn(name);
+      if (index < 0) continue;
+      const stathost::Column& c = data->columns[static_cast<std::size_t>(index)];
+      hints.push_back(hostMessage(
+          MessageLevel::kNote, m.command,
+          "Hint: " + c.name + " is " + stathost::measureLevelName(c.level) +
+              " in the data; --nominal " + c.name + ", --ordinal " + c.name + " or --scale " +
+              c.name + " sets its measurement level."));
+      break;
+    }
+  }
+  for (HostMessage& h : hints) {
+    std::cerr << formatMessageLine(h) << '\n';
+    record.messages.push_back(std::move(h));
+  }
+}
+
+void Runner::recordRun(const CommandText& command, const stathost::SplitGroup* group,
+                       stathost::RunRecord record) {
+  addLevelHints(record);
+  const bool error = record.hasError();
+  if (error) anyError_ = true;
+  nlohmann::json messages = nlohmann::json::array();
+  for (const HostMessage& m : record.messages) messages.push_back(messageToJson(m));
+  nlohmann::json split = nullptr;
+  if (group) split = {{"label", group->label}, {"values", group->values}};
+  document_["runs"].push_back({{"command", command.name},
+                               {"text", command.text},
+                               {"line", command.line},
+                               {"split", split},
+                               {"status", record.cancelled ? "cancelled" : (error ? "error" : "ok")},
+                               {"messages", messages},
+                               {"items", record.items}});
+}
+
+}  // namespace medapp

@@ -1,0 +1,29 @@
+#include "signals.h"
+
+#include <csignal>
+#include <unistd.h>
+
+#include "stathost/host_session.h"
+
+namespace medapp {
+namespace {
+
+extern "C" void onInterrupt(int) {
+  stathost::HostSession& session = stathost::HostSession::instance();
+  if (session.cancelRequests() > 0) _exit(130);
+  session.requestCancel();
+  static const char kNote[] = "\nStopping at the next checkpoint; press Ctrl-C again to quit.\n";
+  const ssize_t ignored = write(STDERR_FILENO, kNote, sizeof kNote - 1);
+  (void)ignored;
+}
+
+}  // namespace
+
+void installInterruptHandler() {
+  struct sigaction action {};
+  action.sa_handler = onInterrupt;
+  sigemptyset(&action.sa_mask);
+  sigaction(SIGINT, &action, nullptr);
+}
+
+}  // namespace medapp

@@ -1,0 +1,197 @@
+// Statistical system files (.sav, .zsav, .dta, .sas7bdat) through ReadStat.
+#include <readstat.h>
+
+#include <cmath>
+#include <cstdio>
+#include <map>
+
+#include "stathost/data_readers.h"
+
+namespace stathost {
+namespace {
+
+struct ReadContext {
+  Dataset* data = nullptr;
+  long rowCount = -1;
+  std::map<int, std::string> labelSetOfColumn;
+  std::map<std::string, std::vector<std::pair<double, std::string>>> numericSets;
+  std::map<std::string, std::vector<std::pair<std::string, std::string>>> stringSets;
+  std::vector<std::string> errors;
+};
+
+// "F8.2" (system files), "%9.2f" / "%10.0g" (Stata); anything else keeps the default.
+VarFormat parseFormat(const char* text, bool numeric, int storageWidth) {
+  VarFormat f;
+  if (!numeric) return VarFormat{"A", storageWidth > 0 ? storageWidth : 8, 0};
+  if (!text || !*text) return f;
+  int width = 0, decimals = 0;
+  char type[8] = {0};
+  if (std::sscanf(text, "%%%d.%d", &width, &decimals) == 2 && width > 0) {
+    return VarFormat{"F", width, decimals};
+  }
+  if (std::sscanf(text, "%7[A-Za-z]%d.%d", type, &width, &decimals) == 3 && width > 0) {
+    return VarFormat{"F", width, decimals};
+  }
+  if (std::sscanf(text, "%7[A-Za-z]%d", type, &width) == 2 && width > 0) {
+    return VarFormat{"F", width, 0};
+  }
+  return f;
+}
+
+double numericValue(readstat_value_t value) {
+  switch (readstat_value_type(value)) {
+    case READSTAT_TYPE_INT8: return readstat_int8_value(value);
+    case READSTAT_TYPE_INT16: return readstat_int16_value(value);
+    case READSTAT_TYPE_INT32: return readstat_int32_value(value);
+    case READSTAT_TYPE_FLOAT: return static_cast<double>(readstat_float_value(value));
+    case READSTAT_TYPE_DOUBLE: return readstat_double_value(value);
+    default: return std::nan("");
+  }
+}
+
+int onMetadata(readstat_metadata_t* metadata, void* ctx) {
+  auto* c = static_cast<ReadContext*>(ctx);
+  c->rowCount = readstat_get_row_count(metadata);
+  return READSTAT_HANDLER_OK;
+}
+
+int onVariable(int index, readstat_variable_t* variable, const char* labelSet, void* ctx) {
+  auto* c = static_cast<ReadContext*>(ctx);
+  Column col;
+  col.name = readstat_variable_get_name(variable);
+  if (const char* label = readstat_variable_get_label(variable)) col.label = label;
+  const bool numeric = readstat_variable_get_type_class(variable) == READSTAT_TYPE_CLASS_NUMERIC;
+  col.type = numeric ? VarType::kNumeric : VarType::kString;
+  col.format = parseFormat(readstat_variable_get_format(variable), numeric,
+                           static_cast<int>(readstat_variable_get_storage_width(variable)));
+  switch (readstat_variable_get_measure(variable)) {
+    case READSTAT_MEASURE_NOMINAL: col.level = MeasureLevel::kNominal; break;
+    case READSTAT_MEASURE_ORDINAL: col.level = MeasureLevel::kOrdinal; break;
+    case READSTAT_MEASURE_SCALE: col.level = MeasureLevel::kScale; break;
+    default: col.level = MeasureLevel::kUnknown; break;
+  }
+  const int ranges = readstat_variable_get_missing_ranges_count(variable);
+  for (int i = 0; i < ranges; ++i) {
+    readstat_value_t lo = readstat_variable_get_missing_range_lo(variable, i);
+    readstat_value_t hi = readstat_variable_get_missing_range_hi(variable, i);
+    if (numeric) {
+      const double a = numericValue(lo), b = numericValue(hi);
+      if (a == b) {
+        col.missing.values.push_back(a);
+      } else {
+        col.missing.ranges.emplace_back(a, b);
+      }
+    } else if (const char* s = readstat_string_value(lo)) {
+      col.missing.strings.emplace_back(s);
+    }
+  }
+  if (c->rowCount > 0) {
+    if (numeric) {
+      col.numbers.assign(static_cast<std::size_t>(c->rowCount), std::nan(""));
+    } else {
+      col.strings.assign(static_cast<std::size_t>(c->rowCount), std::string());
+    }
+  }
+  if (labelSet && *labelSet) c->labelSetOfColumn[index] = labelSet;
+  c->data->columns.push_back(std::move(col));
+  return READSTAT_HANDLER_OK;
+}
+
+int onValue(int obsIndex, readstat_variable_t* variable, readstat_value_t value, void* ctx) {
+  auto* c = static_cast<ReadContext*>(ctx);
+  const int index = readstat_variable_get_index(variable);
+  if (index < 0 || static_cast<std::size_t>(index) >= c->data->columns.size() || obsIndex < 0) {
+    return READSTAT_HANDLER_OK;
+  }
+  Column& col = c->data->columns[static_cast<std::size_t>(index)];
+  const auto row = static_cast<std::size_t>(obsIndex);
+  if (col.isNumeric()) {
+    if (col.numbers.size() <= row) col.numbers.resize(row + 1, std::nan(""));
+    const bool sysmis =
+        readstat_value_is_system_missing(value) || readstat_value_is_tagged_missing(value);
+    col.numbers[row] = sysmis ? std::nan("") : numericValue(value);
+  } else {
+    if (col.strings.size() <= row) col.strings.resize(row + 1);
+    const char* s = readstat_string_value(value);
+    col.strings[row] = s ? s : "";
+  }
+  return READSTAT_HANDLER_OK;
+}
+
+int onValueLabel(const char* set, readstat_value_t value, const char* label, void* ctx) {
+  auto* c = static_cast<ReadContext*>(ctx);
+  if (!set || !label) return READSTAT_HANDLER_OK;
+  if (readstat_value_type_class(value) == READSTAT_TYPE_CLASS_STRING) {
+    const char* s = readstat_string_value(value);
+    c->stringSets[set].emplace_back(s ? s : "", label);
+  } else if (!readstat_value_is_tagged_missing(value)) {
+    c->numericSets[set].emplace_back(numericValue(value), label);
+  }
+  return READSTAT_HANDLER_OK;
+}
+
+void onError(const char* message, void* ctx) {
+  static_cast<ReadContext*>(ctx)->errors.emplace_back(message ? message : "");
+}
+
+bool hasExtension(const std::string& path, const std::string& ext) {
+  return path.size() >= ext.size() &&
+         toUpperAscii(path.substr(path.size() - ext.size())) == toUpperAscii(ext);
+}
+
+}  // namespace
+
+std::shared_ptr<Dataset> readStatFile(const std::string& path, const ReadOptions&) {
+  auto data = std::make_shared<Dataset>();
+  data->sourcePath = path;
+  ReadContext ctx;
+  ctx.data = data.get();
+
+  readstat_parser_t* parser = readstat_parser_init();
+  if (!parser) throw DataError("Cannot read data file '" + path + "': out of memory.");
+  readstat_set_metadata_handler(parser, onMetadata);
+  readstat_set_variable_handler(parser, onVariable);
+  readstat_set_value_handler(parser, onValue);
+  readstat_set_value_label_handler(parser, onValueLabel);
+  readstat_set_error_handler(parser, onError);
+
+  readstat_error_t status;
+  if (hasExtension(path, ".sav") || hasExtension(path, ".zsav")) {
+    status = readstat_parse_sav(parser, path.c_str(), &ctx);
+  } else if (hasExtension(path, ".dta")) {
+    status = readstat_parse_dta(parser, path.c_str(), &ctx);
+  } else if (hasExtension(path, ".sas7bdat")) {
+    status = readstat_parse_sas7bdat(parser, path.c_str(), &ctx);
+  } else {
+    readstat_parser_free(parser);
+    throw DataError("Cannot read data file '" + path + "': unknown file type.");
+  }
+  readstat_parser_free(parser);
+  if (status != READSTAT_OK) {
+    std::string why = readstat_error_message(status);
+    if (!ctx.errors.empty()) why += " (" + ctx.errors.front() + ")";
+    throw DataError("Cannot read data file '" + path + "': " + why + ".");
+  }
+
+  // Columns can end up with different lengths when the file has fewer rows than its
+  // header says; pad to the longest so every case has a value (missing) for each column.
+  std::size_t rows = 0;
+  for (const Column& c : data->columns) rows = std::max(rows, c.isNumeric() ? c.numbers.size() : c.strings.size());
+  for (std::size_t i = 0; i < data->columns.size(); ++i) {
+    Column& c = data->columns[i];
+    if (c.isNumeric()) {
+      c.numbers.resize(rows, std::nan(""));
+    } else {
+      c.strings.resize(rows);
+    }
+    auto set = ctx.labelSetOfColumn.find(static_cast<int>(i));
+    if (set != ctx.labelSetOfColumn.end()) {
+      c.numericLabels = ctx.numericSets[set->second];
+      c.stringLabels = ctx.stringSets[set->second];
+    }
+    if (c.level == MeasureLevel::kUnknown) c.level = inferMeasureLevel(c);
+  }
+  return data;
+}
+
+}  // namespace stathost
