@@ -1,0 +1,116 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "stathost/data_readers.h"
+#include "test_util.h"
+
+namespace {
+
+using namespace stathost;
+
+TEST(CsvReader, ReadsTypesLevelsAndMissingValues) {
+  testsupport::TempDir dir;
+  const std::string path = dir.file("d.csv",
+                                    "id,score,group,name,note\n"
+                                    "1,2.50,1,\"Smith, J\",\"two\nlines\"\n"
+                                    "2,,2,Lee,NA\n"
+                                    "3,NA,1,.,x\n"
+                                    "4,1e2,3,Kim,y\n");
+  auto data = readDataFile(path);
+  ASSERT_EQ(data->columns.size(), 5u);
+  ASSERT_EQ(data->caseCount(), 4u);
+  const Column& score = data->columns[1];
+  EXPECT_TRUE(score.isNumeric());
+  EXPECT_DOUBLE_EQ(score.numbers[0], 2.5);
+  EXPECT_TRUE(std::isnan(score.numbers[1]));  // empty field
+  EXPECT_TRUE(std::isnan(score.numbers[2]));  // NA
+  EXPECT_DOUBLE_EQ(score.numbers[3], 100.0);
+  EXPECT_EQ(score.level, MeasureLevel::kScale);
+  EXPECT_EQ(score.format.decimals, 2);
+  EXPECT_EQ(data->columns[2].level, MeasureLevel::kNominal);  // few whole numbers
+  const Column& name = data->columns[3];
+  EXPECT_FALSE(name.isNumeric());
+  EXPECT_EQ(name.strings[0], "Smith, J");
+  EXPECT_TRUE(name.isMissing(2));
+  EXPECT_EQ(data->columns[4].strings[0], "two\nlines");
+  EXPECT_EQ(data->findColumn("SCORE"), 1);
+}
+
+TEST(CsvReader, ManyDistinctWholeNumbersAreScale) {
+  testsupport::TempDir dir;
+  std::string text = "n\n";
+  for (int i = 0; i < 25; ++i) text += std::to_string(i) + "\n";
+  EXPECT_EQ(readDataFile(dir.file("d.csv", text))->columns[0].level, MeasureLevel::kScale);
+  text = "n\n";
+  for (int i = 0; i < 24; ++i) text += std::to_string(i) + "\n";
+  EXPECT_EQ(readDataFile(dir.file("e.csv", text))->columns[0].level, MeasureLevel::kNominal);
+}
+
+TEST(CsvReader, NonFiniteNumbersBecomeMissingWithAWarning) {
+  testsupport::TempDir dir;
+  std::vector<std::string> warnings;
+  ReadOptions options;
+  options.warnings = &warnings;
+  auto data = readDataFile(dir.file("d.csv", "a,b\n1,2\nInf,3\n1e999,4\n"), options);
+  EXPECT_TRUE(data->columns[0].isNumeric());
+  EXPECT_TRUE(std::isnan(data->columns[0].numbers[1]));
+  ASSERT_EQ(warnings.size(), 2u);
+  EXPECT_NE(warnings[0].find("line 3, column 1 (a): the value 'Inf' is not a finite number"),
+            std::string::npos)
+      << warnings[0];
+}
+
+TEST(CsvReader, TabDelimitedByExtension) {
+  testsupport::TempDir dir;
+  auto data = readDataFile(dir.file("d.tsv", "a\tb\n1\tx y\n"));
+  ASSERT_EQ(data->columns.size(), 2u);
+  EXPECT_EQ(data->columns[1].strings[0], "x y");
+}
+
+struct BadFile {
+  const char* name;
+  const char* content;  // nullptr: the file does not exist
+  const char* message;
+  friend std::ostream& operator<<(std::ostream& os, const BadFile& c) { return os << c.name; }
+};
+
+class CsvReaderRefuses : public ::testing::TestWithParam<BadFile> {};
+
+TEST_P(CsvReaderRefuses, WithFileLineAndColumn) {
+  testsupport::TempDir dir;
+  const std::string path =
+      GetParam().content ? dir.file("bad.csv", GetParam().content) : dir.path("missing.csv");
+  try {
+    readDataFile(path);
+    FAIL() << "no error";
+  } catch (const DataError& e) {
+    const std::string text = e.what();
+    EXPECT_NE(text.find(path), std::string::npos) << text;
+    EXPECT_NE(text.find(GetParam().message), std::string::npos) << text;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, CsvReaderRefuses,
+    ::testing::Values(
+        BadFile{"Missing", nullptr, "Cannot open data file"},
+        BadFile{"Empty", "", "is empty: it has no header row"},
+        BadFile{"Ragged", "a,b,c\n1,2,3\n4,5\n", "line 3: the row has 2 fields, but the header has 3"},
+        BadFile{"Unterminated", "a,b\n1,2\n3,\"open\n4,5\n", "line 3, column 2: a quoted field is not terminated"},
+        BadFile{"QuoteInsideField", "a,b\n1,x\"y\n", "line 2, column 2: malformed quoted field"},
+        BadFile{"DuplicateHeader", "a,b,A\n1,2,3\n", "line 1, column 3: the variable name 'A' occurs twice"},
+        BadFile{"EmptyHeaderName", "a,,c\n1,2,3\n", "line 1, column 2: the header has an empty variable name"},
+        BadFile{"InvalidName", "a,my var\n1,2\n", "'my var' is not a valid variable name"}),
+    [](const auto& tp) { return std::string(tp.param.name); });
+
+TEST(LevelOverrides, SetLevelsOrNameTheUnknownVariable) {
+  testsupport::TempDir dir;
+  auto data = readDataFile(dir.file("d.csv", "a,s\n1.5,x\n2.5,y\n"));
+  applyLevelOverrides(*data, {"A"}, MeasureLevel::kOrdinal);
+  EXPECT_EQ(data->columns[0].level, MeasureLevel::kOrdinal);
+  EXPECT_THROW(applyLevelOverrides(*data, {"zz"}, MeasureLevel::kNominal), DataError);
+  EXPECT_THROW(applyLevelOverrides(*data, {"s"}, MeasureLevel::kScale), DataError);
+}
+
+}  // namespace
