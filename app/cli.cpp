@@ -76,7 +76,8 @@ int execute(const Arguments& args,
       return 2;
     }
   }
-  const char delimiter = args.delimiter == "tab" ? '\t' : (args.delimiter.empty() ? 0 : args.delimiter[0]);
+  const char delimiter =
+      args.delimiter == "tab" ? '\t' : (args.delimiter.empty() ? 0 : args.delimiter[0]);
   int status = 1;
   if (runner.loadData(args.nominal, args.ordinal, args.scale, delimiter)) {
     try {
@@ -111,8 +112,9 @@ int execute(const Arguments& args,
 
 int runCli(int argc, char** argv,
            const std::vector<std::pair<std::string, ProcedureEntry>>& procedures) {
-  CLI::App app{"medanlys: regression-based causal mediation analysis on a data file.\n"
-               "Run 'medanlys run --help' for the options of a run."};
+  CLI::App app{
+      "medanlys: regression-based causal mediation analysis on a data file.\n"
+      "Run 'medanlys run --help' for the options of a run."};
   app.require_subcommand(1);
   Arguments args;
 
@@ -138,7 +140,8 @@ int runCli(int argc, char** argv,
 
   CLI::App* example = app.add_subcommand("example", "Run the bundled example and write its report");
   example->add_option("--out", args.outDir, "Folder for the report")->capture_default_str();
-  example->add_option("--threads", args.threads, "Threads for the bootstrap")->check(CLI::Range(1, 1024));
+  example->add_option("--threads", args.threads, "Threads for the bootstrap")
+      ->check(CLI::Range(1, 1024));
   example->add_flag("--verbose", args.verbose, "Show the analysis log");
 
   try {

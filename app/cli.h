@@ -11,6 +11,7 @@ namespace medapp {
 // Runs the application with the given arguments; procedures are registered by the
 // caller. Returns the exit status: 0 all commands ran, 1 a command ended with an error,
 // 2 a usage error.
-int runCli(int argc, char** argv, const std::vector<std::pair<std::string, ProcedureEntry>>& procedures);
+int runCli(int argc, char** argv,
+           const std::vector<std::pair<std::string, ProcedureEntry>>& procedures);
 
 }  // namespace medapp

@@ -30,7 +30,9 @@ std::vector<std::string> writeReport(const nlohmann::json& document, const std::
   if (wants(formats, "html") || wants(formats, "json")) {
     std::error_code ec;
     std::filesystem::create_directories(outDir, ec);
-    if (ec) throw std::runtime_error("Cannot create the output folder '" + outDir + "': " + ec.message() + ".");
+    if (ec)
+      throw std::runtime_error("Cannot create the output folder '" + outDir + "': " + ec.message() +
+                               ".");
   }
   if (wants(formats, "json")) {
     const std::string path = (std::filesystem::path(outDir) / "report.json").string();

@@ -1,10 +1,9 @@
 // Writes the output document in the requested formats.
 #pragma once
 
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
-
-#include <nlohmann/json.hpp>
 
 namespace medapp {
 

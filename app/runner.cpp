@@ -127,9 +127,9 @@ bool Runner::setSplit(const std::vector<std::string>& names, const std::string& 
   for (const std::string& name : names) {
     const int index = data ? data->findColumn(name) : -1;
     if (index < 0) {
-      addGlobalMessage(hostMessage(MessageLevel::kError, "SPLIT FILE",
-                                   where + ": the split variable '" + name +
-                                       "' is not in the data."));
+      addGlobalMessage(
+          hostMessage(MessageLevel::kError, "SPLIT FILE",
+                      where + ": the split variable '" + name + "' is not in the data."));
       return false;
     }
     columns.push_back(index);
@@ -172,7 +172,8 @@ int Runner::runCommands(const std::vector<CommandText>& commands, const std::str
 bool Runner::runHostCommand(const CommandText& command, const std::string& source) {
   if (command.name != "SPLIT FILE") return false;
   std::string body = command.text;
-  while (!body.empty() && (std::isspace(static_cast<unsigned char>(body.back())) || body.back() == '.')) {
+  while (!body.empty() &&
+         (std::isspace(static_cast<unsigned char>(body.back())) || body.back() == '.')) {
     body.pop_back();
   }
   std::vector<std::string> words = splitWords(body);
@@ -225,15 +226,16 @@ void Runner::addLevelHints(stathost::RunRecord& record) const {
     if (!aboutLevel) continue;
     for (const std::string& word : splitWords(m.text)) {
       std::string name = word;
-      while (!name.empty() && std::ispunct(static_cast<unsigned char>(name.back()))) name.pop_back();
+      while (!name.empty() && std::ispunct(static_cast<unsigned char>(name.back())))
+        name.pop_back();
       const int index = data->findColumn(name);
       if (index < 0) continue;
       const stathost::Column& c = data->columns[static_cast<std::size_t>(index)];
-      hints.push_back(hostMessage(
-          MessageLevel::kNote, m.command,
-          "Hint: " + c.name + " is " + stathost::measureLevelName(c.level) +
-              " in the data; --nominal " + c.name + ", --ordinal " + c.name + " or --scale " +
-              c.name + " sets its measurement level."));
+      hints.push_back(hostMessage(MessageLevel::kNote, m.command,
+                                  "Hint: " + c.name + " is " + stathost::measureLevelName(c.level) +
+                                      " in the data; --nominal " + c.name + ", --ordinal " +
+                                      c.name + " or --scale " + c.name +
+                                      " sets its measurement level."));
       break;
     }
   }
@@ -252,13 +254,14 @@ void Runner::recordRun(const CommandText& command, const stathost::SplitGroup* g
   for (const HostMessage& m : record.messages) messages.push_back(messageToJson(m));
   nlohmann::json split = nullptr;
   if (group) split = {{"label", group->label}, {"values", group->values}};
-  document_["runs"].push_back({{"command", command.name},
-                               {"text", command.text},
-                               {"line", command.line},
-                               {"split", split},
-                               {"status", record.cancelled ? "cancelled" : (error ? "error" : "ok")},
-                               {"messages", messages},
-                               {"items", record.items}});
+  document_["runs"].push_back(
+      {{"command", command.name},
+       {"text", command.text},
+       {"line", command.line},
+       {"split", split},
+       {"status", record.cancelled ? "cancelled" : (error ? "error" : "ok")},
+       {"messages", messages},
+       {"items", record.items}});
 }
 
 }  // namespace medapp

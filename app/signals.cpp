@@ -1,7 +1,8 @@
 #include "signals.h"
 
-#include <csignal>
 #include <unistd.h>
+
+#include <csignal>
 
 #include "stathost/host_session.h"
 

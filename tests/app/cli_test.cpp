@@ -50,7 +50,8 @@ class CliTest : public ::testing::Test {
     return r;
   }
   CliResult runCommand(const std::string& command, std::vector<std::string> extra = {}) {
-    std::vector<std::string> args = {"run", "--data", data_, "-e", command, "--out", dir_.path("out")};
+    std::vector<std::string> args = {"run",   "--data", data_,           "-e",
+                                     command, "--out",  dir_.path("out")};
     args.insert(args.end(), extra.begin(), extra.end());
     return run(args);
   }
@@ -125,8 +126,9 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(CliTest, MessagesOnStandardErrorNameWhereTheyPoint) {
   const CliResult r = runCommand("MEDIATION TEST OUTCOMEVAR=y\n /PRINT FOO.");
-  EXPECT_NE(r.err.find("<command line>:2:9: error: MEDIATION TEST: syntax error at line 2, column 9"),
-            std::string::npos)
+  EXPECT_NE(
+      r.err.find("<command line>:2:9: error: MEDIATION TEST: syntax error at line 2, column 9"),
+      std::string::npos)
       << r.err;
   EXPECT_EQ(r.report["runs"][0]["messages"][0]["line"], 2);
   EXPECT_EQ(r.report["runs"][0]["messages"][0]["column"], 9);
@@ -147,8 +149,8 @@ TEST_F(CliTest, SplitFileCommandInACommandFile) {
                                        "MEDIATION TEST OUTCOMEVAR=y\n  MEDIATORVAR=m.\n"
                                        "SPLIT FILE OFF.\n"
                                        "MEDIATION TEST OUTCOMEVAR=y.\n");
-  const CliResult r = run({"run", "--data", data_, "--syntax", syntax, "--out", dir_.path("out"),
-                           "--format", "json"});
+  const CliResult r = run(
+      {"run", "--data", data_, "--syntax", syntax, "--out", dir_.path("out"), "--format", "json"});
   ASSERT_EQ(r.status, 0) << r.err;
   ASSERT_EQ(r.report["runs"].size(), 3u);
   EXPECT_EQ(r.report["runs"][2]["line"], 5);
@@ -158,8 +160,8 @@ TEST_F(CliTest, SplitFileCommandInACommandFile) {
 
 struct SetupFailure {
   const char* name;
-  const char* data;     // file content, or nullptr for a file that does not exist
-  const char* syntax;   // command file content
+  const char* data;    // file content, or nullptr for a file that does not exist
+  const char* syntax;  // command file content
   const char* message;
   friend std::ostream& operator<<(std::ostream& os, const SetupFailure& c) { return os << c.name; }
 };
@@ -179,14 +181,16 @@ TEST_P(CliSetupFailures, ExitOneWithAClearMessage) {
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, CliSetupFailures,
-    ::testing::Values(
-        SetupFailure{"MissingDataFile", nullptr, "MEDIATION TEST OUTCOMEVAR=y.\n", "Cannot open data file"},
-        SetupFailure{"RaggedRow", "y,m\n1,2\n3\n", "MEDIATION TEST OUTCOMEVAR=y.\n",
-                     "line 3: the row has 1 fields, but the header has 2"},
-        SetupFailure{"EmptyFile", "", "MEDIATION TEST OUTCOMEVAR=y.\n", "is empty"},
-        SetupFailure{"NoFullStop", kData, "MEDIATION TEST OUTCOMEVAR=y\n", "does not end with a full stop"},
-        SetupFailure{"UnknownSplitVariable", kData, "SPLIT FILE BY zz.\nMEDIATION TEST OUTCOMEVAR=y.\n",
-                     "the split variable 'zz' is not in the data"}),
+    ::testing::Values(SetupFailure{"MissingDataFile", nullptr, "MEDIATION TEST OUTCOMEVAR=y.\n",
+                                   "Cannot open data file"},
+                      SetupFailure{"RaggedRow", "y,m\n1,2\n3\n", "MEDIATION TEST OUTCOMEVAR=y.\n",
+                                   "line 3: the row has 1 fields, but the header has 2"},
+                      SetupFailure{"EmptyFile", "", "MEDIATION TEST OUTCOMEVAR=y.\n", "is empty"},
+                      SetupFailure{"NoFullStop", kData, "MEDIATION TEST OUTCOMEVAR=y\n",
+                                   "does not end with a full stop"},
+                      SetupFailure{"UnknownSplitVariable", kData,
+                                   "SPLIT FILE BY zz.\nMEDIATION TEST OUTCOMEVAR=y.\n",
+                                   "the split variable 'zz' is not in the data"}),
     [](const auto& tp) { return std::string(tp.param.name); });
 
 TEST_F(CliTest, UsageErrorsExitTwo) {

@@ -96,11 +96,15 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         BadFile{"Missing", nullptr, "Cannot open data file"},
         BadFile{"Empty", "", "is empty: it has no header row"},
-        BadFile{"Ragged", "a,b,c\n1,2,3\n4,5\n", "line 3: the row has 2 fields, but the header has 3"},
-        BadFile{"Unterminated", "a,b\n1,2\n3,\"open\n4,5\n", "line 3, column 2: a quoted field is not terminated"},
+        BadFile{"Ragged", "a,b,c\n1,2,3\n4,5\n",
+                "line 3: the row has 2 fields, but the header has 3"},
+        BadFile{"Unterminated", "a,b\n1,2\n3,\"open\n4,5\n",
+                "line 3, column 2: a quoted field is not terminated"},
         BadFile{"QuoteInsideField", "a,b\n1,x\"y\n", "line 2, column 2: malformed quoted field"},
-        BadFile{"DuplicateHeader", "a,b,A\n1,2,3\n", "line 1, column 3: the variable name 'A' occurs twice"},
-        BadFile{"EmptyHeaderName", "a,,c\n1,2,3\n", "line 1, column 2: the header has an empty variable name"},
+        BadFile{"DuplicateHeader", "a,b,A\n1,2,3\n",
+                "line 1, column 3: the variable name 'A' occurs twice"},
+        BadFile{"EmptyHeaderName", "a,,c\n1,2,3\n",
+                "line 1, column 2: the header has an empty variable name"},
         BadFile{"InvalidName", "a,my var\n1,2\n", "'my var' is not a valid variable name"}),
     [](const auto& tp) { return std::string(tp.param.name); });
 

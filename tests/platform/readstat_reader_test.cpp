@@ -1,6 +1,5 @@
-#include <readstat.h>
-
 #include <gtest/gtest.h>
+#include <readstat.h>
 
 #include <cmath>
 #include <cstdio>

@@ -12,11 +12,21 @@ std::string describe(const STAX_TokenSequence& seq) {
   for (const auto& t : seq.tokens()) {
     if (!out.empty()) out += ' ';
     switch (t.getType()) {
-      case TokenType::kIdentifier: out += "id:" + t.getText(); break;
-      case TokenType::kNumber: out += "num:" + t.getText(); break;
-      case TokenType::kString: out += "str:" + t.getText(); break;
-      case TokenType::kTerminator: out += "END"; break;
-      default: out += t.getText(); break;
+      case TokenType::kIdentifier:
+        out += "id:" + t.getText();
+        break;
+      case TokenType::kNumber:
+        out += "num:" + t.getText();
+        break;
+      case TokenType::kString:
+        out += "str:" + t.getText();
+        break;
+      case TokenType::kTerminator:
+        out += "END";
+        break;
+      default:
+        out += t.getText();
+        break;
     }
   }
   return out;
@@ -46,7 +56,8 @@ INSTANTIATE_TEST_SUITE_P(
         TokenCase{"ELEVEL=1. /PRINT", "id:ELEVEL = num:1. / id:PRINT"},
         // A name never ends in a full stop; inside a name it is part of it.
         TokenCase{"WITH c.1 age.", "id:WITH id:c.1 id:age END"},
-        TokenCase{"PCONVERGE=1E-6 SINGULAR=1e-12", "id:PCONVERGE = num:1E-6 id:SINGULAR = num:1e-12"},
+        TokenCase{"PCONVERGE=1E-6 SINGULAR=1e-12",
+                  "id:PCONVERGE = num:1E-6 id:SINGULAR = num:1e-12"},
         TokenCase{"BLEVEL=-1 ELEVEL=+.5", "id:BLEVEL = num:-1 id:ELEVEL = num:+.5"},
         TokenCase{"x(MLEVEL=VALUE(0))", "id:x ( id:MLEVEL = id:VALUE ( num:0 ) )"},
         TokenCase{"LABEL='it''s' \"a\"", "id:LABEL = str:it's str:a"},

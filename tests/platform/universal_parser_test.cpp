@@ -35,7 +35,8 @@ class ParserTest : public ::testing::Test {
   RunRecord record_;
 };
 
-const char* const kHead = "MEDIATION TEST OUTCOMEVAR=y MEDIATORVAR=m PREDICTORVAR=x(BLEVEL=0 ELEVEL=1)\n";
+const char* const kHead =
+    "MEDIATION TEST OUTCOMEVAR=y MEDIATORVAR=m PREDICTORVAR=x(BLEVEL=0 ELEVEL=1)\n";
 
 struct RefusedCase {
   const char* name;
@@ -77,34 +78,41 @@ INSTANTIATE_TEST_SUITE_P(
                     "CRITERIA PCONVERGE = 0 is out of range: the value must be greater than 0"},
         RefusedCase{"IterationsBelowBound", "  /CRITERIA MAXITERATIONS=0.",
                     "the value must be of at least 1"},
-        RefusedCase{"NegbinAboveTwenty", "  /OUTMODEL DISTRIBUTION=NEGBIN(25) LINK=LOG.",
-                    "OUTMODEL DISTRIBUTION = NEGBIN = 25 is out of range: the value must be from 0 to 20"},
+        RefusedCase{
+            "NegbinAboveTwenty", "  /OUTMODEL DISTRIBUTION=NEGBIN(25) LINK=LOG.",
+            "OUTMODEL DISTRIBUTION = NEGBIN = 25 is out of range: the value must be from 0 to 20"},
         RefusedCase{"NegbinUnknownKeyword", "  /OUTMODEL DISTRIBUTION=NEGBIN(REML).",
                     "found 'REML', expected a number from 0 to 20 or MLE"},
         RefusedCase{"UnknownDistribution", "  /OUTMODEL DISTRIBUTION=GAMMA.",
                     "found 'GAMMA', expected NORMAL, BINOMIAL, POISSON or NEGBIN"},
-        RefusedCase{"MissingEquals", "  /CRITERIA CILEVEL 95.", "found '95', expected '=' after CRITERIA CILEVEL"},
-        RefusedCase{"MissingValue", "  /CRITERIA CILEVEL=.", "found the end of the command, expected a number"},
-        RefusedCase{"BareKeywordWithValue", "  /PRINT CASE_SUMMARY=1.", "CASE_SUMMARY takes no value"},
+        RefusedCase{"MissingEquals", "  /CRITERIA CILEVEL 95.",
+                    "found '95', expected '=' after CRITERIA CILEVEL"},
+        RefusedCase{"MissingValue", "  /CRITERIA CILEVEL=.",
+                    "found the end of the command, expected a number"},
+        RefusedCase{"BareKeywordWithValue", "  /PRINT CASE_SUMMARY=1.",
+                    "CASE_SUMMARY takes no value"},
         RefusedCase{"DuplicateSubcommand", "  /PRINT CASE_SUMMARY /PRINT DESCRIPTIVES.",
                     "the subcommand PRINT is given more than once"},
         RefusedCase{"DuplicateKeyword", "  /CRITERIA CILEVEL=95 CILEVEL=90.",
                     "the keyword CILEVEL is given more than once on CRITERIA"},
         RefusedCase{"UnknownQualifier", "  /PLOT PATH_DIAGRAM(COLOR=RED).",
-                    "found 'COLOR', expected a qualifier of PLOT PATH_DIAGRAM (HIDE_COVARIATE_EFFECTS or EDGE_COLOR) or ')'"},
+                    "found 'COLOR', expected a qualifier of PLOT PATH_DIAGRAM "
+                    "(HIDE_COVARIATE_EFFECTS or EDGE_COLOR) or ')'"},
         RefusedCase{"QualifierBadValue", "  /PLOT BAR_PLOT(ERROR_BARS=MAYBE).",
                     "found 'MAYBE', expected TRUE or FALSE for PLOT BAR_PLOT ERROR_BARS"},
         RefusedCase{"BootstrapSeedNegative", "  /BOOTSTRAP CRITERIA(CILEVEL=95 SEED=-1).",
                     "SEED = -1 is out of range"},
         RefusedCase{"UnclosedParenthesis", "  /PLOT PATH_DIAGRAM(EDGE_COLOR=UNIFORM.",
                     "the '(' here is not closed by a matching ')'"},
-        RefusedCase{"StrayClosingParenthesis", "  /PLOT SCATTER_PLOT).", "found ')' without a matching '('"},
+        RefusedCase{"StrayClosingParenthesis", "  /PLOT SCATTER_PLOT).",
+                    "found ')' without a matching '('"},
         RefusedCase{"UnterminatedString", "  /PRINT 'CASE_SUMMARY.", "Unterminated string"},
         RefusedCase{"VariableNotInData", "  /MEDMODEL DISTRIBUTION=NORMAL SCALEWEIGHT=zz.",
                     "the variable zz is not in the active data set"},
         RefusedCase{"TextAfterFullStop", "  /PRINT CASE_SUMMARY.\nMORE TEXT",
                     "after the full stop that ends the command"},
-        RefusedCase{"MissingSlash", "  /PRINT CASE_SUMMARY PLOT", "found 'PLOT', expected a keyword of subcommand PRINT"}),
+        RefusedCase{"MissingSlash", "  /PRINT CASE_SUMMARY PLOT",
+                    "found 'PLOT', expected a keyword of subcommand PRINT"}),
     [](const auto& tp) { return std::string(tp.param.name); });
 
 TEST_F(ParserTest, MissingVariableSpecificationIsRefused) {
@@ -122,16 +130,17 @@ TEST_F(ParserTest, ErrorPositionIsTheOffendingToken) {
 }
 
 TEST_F(ParserTest, AcceptsFullCommandAndFillsSpec) {
-  ASSERT_EQ(parse(std::string(kHead) +
-                  "  WITH c1 c2 BY f\n"
-                  "  /MEDMODEL DISTRIBUTION=normal LINK=identity SCALEWEIGHT=W\n"
-                  "  /OUTMODEL DISTRIBUTION=NEGBIN(MLE) LINK=LOG\n"
-                  "  /CRITERIA CILEVEL=90 CITYPE=BOOTSTRAP COVB=ROBUST ANALYSISTYPE=CAUSAL\n"
-                  "            MAXITERATIONS=100 PCONVERGE=1E-6 SINGULAR=1e-12\n"
-                  "  /PRINT CASE_SUMMARY COV_MATRIX\n"
-                  "  /PLOT PATH_DIAGRAM(HIDE_COVARIATE_EFFECTS=TRUE EDGE_COLOR=UNIFORM) SCATTER_PLOT\n"
-                  "  /BOOTSTRAP CRITERIA(CILEVEL=99 NSAMPLES=1000 SEED=2000000)."),
-            0)
+  ASSERT_EQ(
+      parse(std::string(kHead) +
+            "  WITH c1 c2 BY f\n"
+            "  /MEDMODEL DISTRIBUTION=normal LINK=identity SCALEWEIGHT=W\n"
+            "  /OUTMODEL DISTRIBUTION=NEGBIN(MLE) LINK=LOG\n"
+            "  /CRITERIA CILEVEL=90 CITYPE=BOOTSTRAP COVB=ROBUST ANALYSISTYPE=CAUSAL\n"
+            "            MAXITERATIONS=100 PCONVERGE=1E-6 SINGULAR=1e-12\n"
+            "  /PRINT CASE_SUMMARY COV_MATRIX\n"
+            "  /PLOT PATH_DIAGRAM(HIDE_COVARIATE_EFFECTS=TRUE EDGE_COLOR=UNIFORM) SCATTER_PLOT\n"
+            "  /BOOTSTRAP CRITERIA(CILEVEL=99 NSAMPLES=1000 SEED=2000000)."),
+      0)
       << messages();
   EXPECT_TRUE(record_.messages.empty());
 
@@ -175,11 +184,13 @@ TEST_F(ParserTest, AcceptsFullCommandAndFillsSpec) {
 }
 
 TEST_F(ParserTest, NegbinWithNumberOrAlone) {
-  ASSERT_EQ(parse(std::string(kHead) + " /OUTMODEL DISTRIBUTION=NEGBIN(2.5) LINK=LOG."), 0) << messages();
+  ASSERT_EQ(parse(std::string(kHead) + " /OUTMODEL DISTRIBUTION=NEGBIN(2.5) LINK=LOG."), 0)
+      << messages();
   const ParamObj* d = spec_.getSubCom("OUTMODEL")->getParam("DISTRIBUTION");
   EXPECT_DOUBLE_EQ(d->getQualifier("NEGBIN")->getNumberValue(), 2.5);
 
-  ASSERT_EQ(parse(std::string(kHead) + " /OUTMODEL DISTRIBUTION=NEGBIN LINK=LOG."), 0) << messages();
+  ASSERT_EQ(parse(std::string(kHead) + " /OUTMODEL DISTRIBUTION=NEGBIN LINK=LOG."), 0)
+      << messages();
   d = spec_.getSubCom("OUTMODEL")->getParam("DISTRIBUTION");
   EXPECT_EQ(d->getValueText(), "NEGBIN");
   ASSERT_NE(d->getQualifier("NEGBIN"), nullptr);
@@ -187,7 +198,8 @@ TEST_F(ParserTest, NegbinWithNumberOrAlone) {
 }
 
 TEST_F(ParserTest, InclusiveBoundsAcceptTheirLimits) {
-  EXPECT_EQ(parse(std::string(kHead) + " /CRITERIA CILEVEL=100 MAXSTEPHALVING=0."), 0) << messages();
+  EXPECT_EQ(parse(std::string(kHead) + " /CRITERIA CILEVEL=100 MAXSTEPHALVING=0."), 0)
+      << messages();
   EXPECT_EQ(parse(std::string(kHead) + " /OUTMODEL DISTRIBUTION=NEGBIN(20)."), 0) << messages();
   EXPECT_EQ(parse(std::string(kHead) + " /OUTMODEL DISTRIBUTION=NEGBIN(0)."), 0) << messages();
 }
@@ -210,7 +222,8 @@ TEST_F(ParserTest, OptionalParametersStayAbsentForTheProcedureToCheck) {
 }
 
 TEST_F(ParserTest, KeywordsIgnoreCaseAndTheFullStopIsOptional) {
-  ASSERT_EQ(parse("mediation test outcomevar=y /criteria citype=delta cilevel=95"), 0) << messages();
+  ASSERT_EQ(parse("mediation test outcomevar=y /criteria citype=delta cilevel=95"), 0)
+      << messages();
   EXPECT_EQ(spec_.getSubCom("CRITERIA")->getParam("CITYPE")->getValueText(), "DELTA");
 }
 

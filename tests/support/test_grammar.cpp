@@ -37,16 +37,19 @@ void declareTestGrammar(CommandDescriptor& command) {
   command.addSubComDesc(SubComDescriptor("", SUBCOM_UNNAMED, true, false));
 
   SubComDescriptor medmodel("MEDMODEL", SUBCOM_ASSIGNMENTS, false, false);
-  ParamDescriptor medDistribution("DISTRIBUTION", SPEC_QUALIFIED_KEYWORD, true, true, BRACKETS_AS_KIND);
+  ParamDescriptor medDistribution("DISTRIBUTION", SPEC_QUALIFIED_KEYWORD, true, true,
+                                  BRACKETS_AS_KIND);
   medDistribution.addQualifDesc("NORMAL");
   medDistribution.addQualifDesc("BINOMIAL");
   medmodel.addParamDesc(medDistribution);
   medmodel.addParamDesc(keywordChoice("LINK", {"IDENTITY", "LOGIT"}));
-  medmodel.addParamDesc(ParamDescriptor("SCALEWEIGHT", SPEC_VARIABLE, false, true, BRACKETS_AS_KIND));
+  medmodel.addParamDesc(
+      ParamDescriptor("SCALEWEIGHT", SPEC_VARIABLE, false, true, BRACKETS_AS_KIND));
   command.addSubComDesc(medmodel);
 
   SubComDescriptor outmodel("OUTMODEL", SUBCOM_ASSIGNMENTS, false, false);
-  ParamDescriptor outDistribution("DISTRIBUTION", SPEC_QUALIFIED_KEYWORD, true, true, BRACKETS_AS_KIND);
+  ParamDescriptor outDistribution("DISTRIBUTION", SPEC_QUALIFIED_KEYWORD, true, true,
+                                  BRACKETS_AS_KIND);
   outDistribution.addQualifDesc("NORMAL");
   outDistribution.addQualifDesc("BINOMIAL");
   outDistribution.addQualifDesc("POISSON");
@@ -71,9 +74,15 @@ void declareTestGrammar(CommandDescriptor& command) {
   command.addSubComDesc(criteria);
 
   SubComDescriptor print("PRINT", SUBCOM_ASSIGNMENTS, false, false);
-  const char* keywords[] = {"MEDIATION_REGRESSION_MODEL", "OUTCOME_REGRESSION_MODEL",
-                            "EXPOSURE_STATS", "DECOMP_RESULTS", "INTERACTION_EFFECTS",
-                            "RATIO_STATS", "COV_MATRIX", "CASE_SUMMARY", "DESCRIPTIVES"};
+  const char* keywords[] = {"MEDIATION_REGRESSION_MODEL",
+                            "OUTCOME_REGRESSION_MODEL",
+                            "EXPOSURE_STATS",
+                            "DECOMP_RESULTS",
+                            "INTERACTION_EFFECTS",
+                            "RATIO_STATS",
+                            "COV_MATRIX",
+                            "CASE_SUMMARY",
+                            "DESCRIPTIVES"};
   for (int i = 0; i < 9; ++i) {
     print.addParamDesc(ParamDescriptor(keywords[i], SPEC_KEYWORD, i < 3, false, BRACKETS_AS_KIND));
   }

@@ -35,8 +35,10 @@ bool readRoles(const SubComObj& unnamed, const ProcedureDataSource& source,
     if (t[i].isKeyword("WITH") || t[i].isKeyword("BY")) {
       list = t[i].getUpperText();
       if (i + 1 == t.size()) {
-        if (list == "WITH") msg.NoCovariateAfterKeyword("WITH");
-        else msg.NoFactorAfterKeyword("BY");
+        if (list == "WITH")
+          msg.NoCovariateAfterKeyword("WITH");
+        else
+          msg.NoFactorAfterKeyword("BY");
         return false;
       }
       continue;

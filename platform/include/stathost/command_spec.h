@@ -12,14 +12,15 @@ namespace stathost {
 class ParamObj {
  public:
   ParamObj() = default;
-  ParamObj(std::string name, const TokenInfoObj& keyword) : name_(std::move(name)), keyword_(keyword) {}
+  ParamObj(std::string name, const TokenInfoObj& keyword)
+      : name_(std::move(name)), keyword_(keyword) {}
 
   const std::string& getName() const { return name_; }
   bool hasValue() const { return !values_.empty(); }
   // The first value token; the parser has checked its kind against the declaration.
   bool isNumeric() const { return hasValue() && values_.front().is(TokenType::kNumber); }
-  int getIntegerValue() const;   // rounded to the nearest integer; 0 without a value
-  double getNumberValue() const; // NaN when the value is not a number
+  int getIntegerValue() const;    // rounded to the nearest integer; 0 without a value
+  double getNumberValue() const;  // NaN when the value is not a number
   // Value as typed; keyword values are upper-cased by the parser.
   std::string getValueText() const;
   std::string getUpperValueText() const;
@@ -44,7 +45,8 @@ class ParamObj {
 class SubComObj {
  public:
   SubComObj() = default;
-  SubComObj(std::string name, int line, int column) : name_(std::move(name)), line_(line), column_(column) {}
+  SubComObj(std::string name, int line, int column)
+      : name_(std::move(name)), line_(line), column_(column) {}
 
   const std::string& getName() const { return name_; }
   const std::vector<ParamObj>& getParams() const { return params_; }

@@ -8,11 +8,11 @@ namespace stathost {
 struct STAX_Format {
   enum FormatType {
     FMT_STRING = 0,
-    FMT_GENERAL = 1,     // shortest text that reads back as the same double
+    FMT_GENERAL = 1,  // shortest text that reads back as the same double
     FMT_INTEGER = 2,
     FMT_SCIENTIFIC = 3,
     FMT_PERCENT = 4,
-    FMT_FIXED = 5,       // fixed number of decimals
+    FMT_FIXED = 5,  // fixed number of decimals
   };
   FormatType type = FMT_FIXED;
   short width = 8;

@@ -1,10 +1,9 @@
 // A chart: GPL statements plus the data columns they refer to.
 #pragma once
 
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
-
-#include <nlohmann/json.hpp>
 
 #include "stathost/json_generator.h"
 

@@ -8,10 +8,9 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
-
-#include <nlohmann/json.hpp>
 
 #include "stathost/dataset.h"
 

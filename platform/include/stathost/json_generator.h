@@ -1,9 +1,8 @@
 // Collects the output items (tables, charts, text) of one procedure run as JSON.
 #pragma once
 
-#include <string>
-
 #include <nlohmann/json.hpp>
+#include <string>
 
 namespace stathost {
 

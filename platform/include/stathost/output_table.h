@@ -7,10 +7,9 @@
 #pragma once
 
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
-
-#include <nlohmann/json.hpp>
 
 #include "stathost/format.h"
 #include "stathost/json_generator.h"

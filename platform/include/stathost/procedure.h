@@ -2,10 +2,9 @@
 // that hands a procedure's document to the host.
 #pragma once
 
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
-
-#include <nlohmann/json.hpp>
 
 namespace stathost {
 

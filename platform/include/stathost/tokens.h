@@ -9,7 +9,7 @@ namespace stathost {
 enum class TokenType {
   kIdentifier,  // keywords and variable names
   kNumber,
-  kString,      // quoted text; the token text is the text without its quotes
+  kString,  // quoted text; the token text is the text without its quotes
   kSlash,
   kEquals,
   kLeftParen,

@@ -28,7 +28,8 @@ ACAInputAdapter::ACAInputAdapter(ACAVarValidSpecs* specs, ProcedureDataSource& s
   for (std::size_t slot = 0; slot < specs_->variables().size(); ++slot) {
     const int index = specs_->variables()[slot];
     if (index < 0 || static_cast<std::size_t>(index) >= data.columns.size()) {
-      throw std::invalid_argument("variable index " + std::to_string(index) + " is not in the data");
+      throw std::invalid_argument("variable index " + std::to_string(index) +
+                                  " is not in the data");
     }
     const Column& column = data.columns[static_cast<std::size_t>(index)];
     if (column.isNumeric()) continue;

@@ -134,9 +134,12 @@ bool isValidName(const std::string& name) {
       first < 0x80) {
     return false;
   }
-  return std::all_of(name.begin(), name.end(), [](unsigned char c) {
-    return std::isalnum(c) || c == '_' || c == '.' || c == '@' || c == '#' || c == '$' || c >= 0x80;
-  }) && name.back() != '.';
+  return std::all_of(name.begin(), name.end(),
+                     [](unsigned char c) {
+                       return std::isalnum(c) || c == '_' || c == '.' || c == '@' || c == '#' ||
+                              c == '$' || c >= 0x80;
+                     }) &&
+         name.back() != '.';
 }
 
 struct ColumnSurvey {
@@ -175,8 +178,8 @@ std::shared_ptr<Dataset> readDelimitedFile(const std::string& path, const ReadOp
       std::set<std::string> seen;
       for (std::size_t i = 0; i < record.size(); ++i) {
         std::string name = trim(record[i].text);
-        const std::string where = path + ", line " + std::to_string(line) + ", column " +
-                                  std::to_string(i + 1) + ": ";
+        const std::string where =
+            path + ", line " + std::to_string(line) + ", column " + std::to_string(i + 1) + ": ";
         if (name.empty()) throw DataError(where + "the header has an empty variable name.");
         if (!isValidName(name)) {
           throw DataError(where + "'" + name +
@@ -248,8 +251,8 @@ std::shared_ptr<Dataset> readDelimitedFile(const std::string& path, const ReadOp
         v = std::nan("");
         if (options.warnings) {
           options.warnings->push_back(path + ", line " + std::to_string(line) + ", column " +
-                                      std::to_string(i + 1) + " (" + c.name + "): the value '" +
-                                      t + "' is not a finite number and is treated as missing.");
+                                      std::to_string(i + 1) + " (" + c.name + "): the value '" + t +
+                                      "' is not a finite number and is treated as missing.");
         }
       }
       c.numbers.push_back(v);

@@ -11,10 +11,14 @@ namespace stathost {
 
 const char* measureLevelName(MeasureLevel level) {
   switch (level) {
-    case MeasureLevel::kNominal: return "nominal";
-    case MeasureLevel::kOrdinal: return "ordinal";
-    case MeasureLevel::kScale: return "scale";
-    case MeasureLevel::kUnknown: break;
+    case MeasureLevel::kNominal:
+      return "nominal";
+    case MeasureLevel::kOrdinal:
+      return "ordinal";
+    case MeasureLevel::kScale:
+      return "scale";
+    case MeasureLevel::kUnknown:
+      break;
   }
   return "unknown";
 }
@@ -37,12 +41,18 @@ bool MissingSpec::isMissing(const std::string& value) const {
 std::string MissingSpec::describe() const {
   std::ostringstream out;
   const char* sep = "";
-  for (double v : values) { out << sep << formatShortest(v); sep = ", "; }
+  for (double v : values) {
+    out << sep << formatShortest(v);
+    sep = ", ";
+  }
   for (const auto& r : ranges) {
     out << sep << formatShortest(r.first) << " thru " << formatShortest(r.second);
     sep = ", ";
   }
-  for (const auto& s : strings) { out << sep << '\'' << s << '\''; sep = ", "; }
+  for (const auto& s : strings) {
+    out << sep << '\'' << s << '\'';
+    sep = ", ";
+  }
   return out.str();
 }
 

@@ -40,12 +40,18 @@ VarFormat parseFormat(const char* text, bool numeric, int storageWidth) {
 
 double numericValue(readstat_value_t value) {
   switch (readstat_value_type(value)) {
-    case READSTAT_TYPE_INT8: return readstat_int8_value(value);
-    case READSTAT_TYPE_INT16: return readstat_int16_value(value);
-    case READSTAT_TYPE_INT32: return readstat_int32_value(value);
-    case READSTAT_TYPE_FLOAT: return static_cast<double>(readstat_float_value(value));
-    case READSTAT_TYPE_DOUBLE: return readstat_double_value(value);
-    default: return std::nan("");
+    case READSTAT_TYPE_INT8:
+      return readstat_int8_value(value);
+    case READSTAT_TYPE_INT16:
+      return readstat_int16_value(value);
+    case READSTAT_TYPE_INT32:
+      return readstat_int32_value(value);
+    case READSTAT_TYPE_FLOAT:
+      return static_cast<double>(readstat_float_value(value));
+    case READSTAT_TYPE_DOUBLE:
+      return readstat_double_value(value);
+    default:
+      return std::nan("");
   }
 }
 
@@ -65,10 +71,18 @@ int onVariable(int index, readstat_variable_t* variable, const char* labelSet, v
   col.format = parseFormat(readstat_variable_get_format(variable), numeric,
                            static_cast<int>(readstat_variable_get_storage_width(variable)));
   switch (readstat_variable_get_measure(variable)) {
-    case READSTAT_MEASURE_NOMINAL: col.level = MeasureLevel::kNominal; break;
-    case READSTAT_MEASURE_ORDINAL: col.level = MeasureLevel::kOrdinal; break;
-    case READSTAT_MEASURE_SCALE: col.level = MeasureLevel::kScale; break;
-    default: col.level = MeasureLevel::kUnknown; break;
+    case READSTAT_MEASURE_NOMINAL:
+      col.level = MeasureLevel::kNominal;
+      break;
+    case READSTAT_MEASURE_ORDINAL:
+      col.level = MeasureLevel::kOrdinal;
+      break;
+    case READSTAT_MEASURE_SCALE:
+      col.level = MeasureLevel::kScale;
+      break;
+    default:
+      col.level = MeasureLevel::kUnknown;
+      break;
   }
   const int ranges = readstat_variable_get_missing_ranges_count(variable);
   for (int i = 0; i < ranges; ++i) {
@@ -176,7 +190,8 @@ std::shared_ptr<Dataset> readStatFile(const std::string& path, const ReadOptions
   // Columns can end up with different lengths when the file has fewer rows than its
   // header says; pad to the longest so every case has a value (missing) for each column.
   std::size_t rows = 0;
-  for (const Column& c : data->columns) rows = std::max(rows, c.isNumeric() ? c.numbers.size() : c.strings.size());
+  for (const Column& c : data->columns)
+    rows = std::max(rows, c.isNumeric() ? c.numbers.size() : c.strings.size());
   for (std::size_t i = 0; i < data->columns.size(); ++i) {
     Column& c = data->columns[i];
     if (c.isNumeric()) {

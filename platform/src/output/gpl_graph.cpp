@@ -10,7 +10,8 @@ StatGPLGraph::StatGPLGraph(StatJSONGenerator* generator, std::string title)
 void StatGPLGraph::addDoubleDataVariable(const std::vector<double>& values,
                                          const std::string& name) {
   nlohmann::json column = nlohmann::json::array();
-  for (double v : values) column.push_back(std::isfinite(v) ? nlohmann::json(v) : nlohmann::json(nullptr));
+  for (double v : values)
+    column.push_back(std::isfinite(v) ? nlohmann::json(v) : nlohmann::json(nullptr));
   data_.push_back({{"name", name}, {"kind", "double"}, {"values", std::move(column)}});
 }
 

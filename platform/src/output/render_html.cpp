@@ -427,12 +427,18 @@ std::string renderChartHtml(const Json& chart) {
   std::string out = "<figure class=\"item chart\">\n<div class=\"item-title\">" +
                     htmlEscape(stringOf(chart, "title", "Chart")) + "</div>\n";
   const Json& columns = arrayOf(chart, "data");
-  out += "<p class=\"chart-note\">Chart data (" + std::to_string(columns.size()) +
-         (columns.size() == 1 ? " column" : " columns") + ")</p>\n";
+  size_t rows = 0;
+  for (const Json& column : columns) rows = std::max(rows, arrayOf(column, "values").size());
+  // Short data is shown open; long data (a scatter plot's cases) stays folded.
+  out += std::string("<details class=\"chart-data-block\"") + (rows <= 20 ? " open" : "") +
+         "><summary class=\"chart-note\">Chart data (" + std::to_string(columns.size()) +
+         (columns.size() == 1 ? " column, " : " columns, ") + std::to_string(rows) +
+         (rows == 1 ? " row" : " rows") + ")</summary>\n";
   if (!columns.empty()) {
     out += "<table class=\"chart-data\">\n" + chartDataHeadHtml(columns) +
            chartDataBodyHtml(columns) + "</table>\n";
   }
+  out += "</details>\n";
   const std::string gpl = stringOf(chart, "gpl");
   if (!gpl.empty()) {
     out += "<details class=\"gpl\"><summary>GPL</summary><pre>" + htmlEscape(gpl) +

@@ -10,9 +10,12 @@ namespace stathost {
 
 const char* messageLevelName(MessageLevel level) {
   switch (level) {
-    case MessageLevel::kError: return "error";
-    case MessageLevel::kWarning: return "warning";
-    case MessageLevel::kNote: return "note";
+    case MessageLevel::kError:
+      return "error";
+    case MessageLevel::kWarning:
+      return "warning";
+    case MessageLevel::kNote:
+      return "note";
   }
   return "note";
 }
@@ -38,7 +41,9 @@ std::size_t HostSession::currentCaseCount() const {
   return group_ ? group_->rows.size() : data_->caseCount();
 }
 
-std::size_t HostSession::currentCaseRow(std::size_t i) const { return group_ ? group_->rows[i] : i; }
+std::size_t HostSession::currentCaseRow(std::size_t i) const {
+  return group_ ? group_->rows[i] : i;
+}
 
 void HostSession::setCurrentCommand(std::string text, int firstLine, std::string source) {
   commandText_ = std::move(text);

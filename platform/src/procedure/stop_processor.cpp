@@ -13,9 +13,8 @@ ACAStopProcessor::~ACAStopProcessor() = default;
 bool ACAStopProcessor::CheckCancel() {
   if (cancelled_.load(std::memory_order_relaxed)) return true;
   if (pollInterval_ > 0.0) {
-    const double now = std::chrono::duration<double>(
-                           std::chrono::steady_clock::now().time_since_epoch())
-                           .count();
+    const double now =
+        std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
     if (now - lastPoll_.load(std::memory_order_relaxed) < pollInterval_) return false;
     lastPoll_.store(now, std::memory_order_relaxed);
   }

@@ -81,15 +81,25 @@ std::string ParamDescriptor::describeValues() const {
       }
       break;
     }
-    case SPEC_VARIABLE: items.push_back("a variable name"); break;
-    case SPEC_VARIABLE_LIST: items.push_back("variable names"); break;
-    case SPEC_STRING: items.push_back("a quoted string"); break;
-    case SPEC_IDENTIFIER: items.push_back("a name"); break;
+    case SPEC_VARIABLE:
+      items.push_back("a variable name");
+      break;
+    case SPEC_VARIABLE_LIST:
+      items.push_back("variable names");
+      break;
+    case SPEC_STRING:
+      items.push_back("a quoted string");
+      break;
+    case SPEC_IDENTIFIER:
+      items.push_back("a name");
+      break;
     case SPEC_QUALIFIED_KEYWORD:
       items = keywordQualifiers_;
       for (const auto& q : paramQualifiers_) items.push_back(q.name());
       break;
-    default: items = stringValues_; break;
+    default:
+      items = stringValues_;
+      break;
   }
   return joinList(items);
 }

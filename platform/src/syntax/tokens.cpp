@@ -128,13 +128,26 @@ void TokenSequenceBase::tokenize(const std::string& text, int firstLine) {
     }
     TokenType type = TokenType::kOther;
     switch (c) {
-      case '/': type = TokenType::kSlash; break;
-      case '=': type = TokenType::kEquals; break;
-      case '(': type = TokenType::kLeftParen; break;
-      case ')': type = TokenType::kRightParen; break;
-      case ',': type = TokenType::kComma; break;
-      case '*': type = TokenType::kAsterisk; break;
-      default: break;
+      case '/':
+        type = TokenType::kSlash;
+        break;
+      case '=':
+        type = TokenType::kEquals;
+        break;
+      case '(':
+        type = TokenType::kLeftParen;
+        break;
+      case ')':
+        type = TokenType::kRightParen;
+        break;
+      case ',':
+        type = TokenType::kComma;
+        break;
+      case '*':
+        type = TokenType::kAsterisk;
+        break;
+      default:
+        break;
     }
     tokens_.emplace_back(type, std::string(1, static_cast<char>(c)), line, col);
     ++i;

@@ -25,9 +25,7 @@ class Cursor {
   Cursor(const std::vector<TokenInfoObj>& tokens, int endLine, int endColumn)
       : tokens_(tokens), endLine_(endLine), endColumn_(endColumn) {}
 
-  bool atEnd() const {
-    return pos_ >= tokens_.size() || tokens_[pos_].is(TokenType::kTerminator);
-  }
+  bool atEnd() const { return pos_ >= tokens_.size() || tokens_[pos_].is(TokenType::kTerminator); }
   const TokenInfoObj& peek() const {
     if (pos_ < tokens_.size()) return tokens_[pos_];
     static const TokenInfoObj kEnd(TokenType::kTerminator, ".", 0, 0);
@@ -69,7 +67,8 @@ std::string quoteList(const std::vector<std::string>& names) {
 
 class GrammarParser {
  public:
-  GrammarParser(const TokenSequenceBase& tokens, const CommandDescriptor& grammar, CommandSpec& spec)
+  GrammarParser(const TokenSequenceBase& tokens, const CommandDescriptor& grammar,
+                CommandSpec& spec)
       : tokens_(tokens),
         grammar_(grammar),
         spec_(spec),
@@ -130,7 +129,8 @@ class GrammarParser {
   void parseUnnamed() {
     const SubComDescriptor* unnamed = grammar_.unnamedSubCom();
     if (!unnamed) {
-      if (!cursor_.atEnd() && !cursor_.peekIs(TokenType::kSlash)) cursor_.fail("'/' and a subcommand");
+      if (!cursor_.atEnd() && !cursor_.peekIs(TokenType::kSlash))
+        cursor_.fail("'/' and a subcommand");
       return;
     }
     SubComObj sub("", cursor_.peek().getLine(), cursor_.peek().getColumn());
@@ -194,8 +194,8 @@ class GrammarParser {
     if (!p) cursor_.fail("a keyword of subcommand " + desc.name() + " (" + paramNames(desc) + ")");
     const TokenInfoObj keyword = cursor_.take();
     if (sub.hasParam(p->name())) {
-      cursor_.failAt(keyword, "the keyword " + p->name() + " is given more than once on " +
-                                  desc.name() + ".");
+      cursor_.failAt(
+          keyword, "the keyword " + p->name() + " is given more than once on " + desc.name() + ".");
     }
     ParamObj param(p->name(), keyword);
     parseParamBody(*p, desc.name(), param);
@@ -228,7 +228,8 @@ class GrammarParser {
       return;
     }
     if (p.spec() == SPEC_VARIABLE_LIST) {
-      if (!cursor_.peekIs(TokenType::kIdentifier)) cursor_.fail("variable names after " + context + " =");
+      if (!cursor_.peekIs(TokenType::kIdentifier))
+        cursor_.fail("variable names after " + context + " =");
       while (cursor_.peekIs(TokenType::kIdentifier)) param.addValue(checkVariable(cursor_.take()));
       return;
     }
@@ -236,8 +237,10 @@ class GrammarParser {
   }
 
   // NAME = KEYWORD, or NAME = PARAM, or NAME = PARAM(value).
-  void parseQualifiedKeyword(const ParamDescriptor& p, const std::string& context, ParamObj& param) {
-    if (!cursor_.peekIs(TokenType::kIdentifier)) cursor_.fail(p.describeValues() + " after " + context + " =");
+  void parseQualifiedKeyword(const ParamDescriptor& p, const std::string& context,
+                             ParamObj& param) {
+    if (!cursor_.peekIs(TokenType::kIdentifier))
+      cursor_.fail(p.describeValues() + " after " + context + " =");
     const TokenInfoObj value = cursor_.peek();
     if (p.hasKeywordQualifier(value.getText())) {
       cursor_.take();
@@ -248,12 +251,14 @@ class GrammarParser {
     const ParamDescriptor* q = p.findParameterQualifier(value.getText());
     if (!q) cursor_.fail(p.describeValues() + " after " + context + " =");
     cursor_.take();
-    param.addValue(TokenInfoObj(TokenType::kIdentifier, q->name(), value.getLine(), value.getColumn()));
+    param.addValue(
+        TokenInfoObj(TokenType::kIdentifier, q->name(), value.getLine(), value.getColumn()));
     ParamObj qualifier(q->name(), value);
     if (cursor_.peekIs(TokenType::kLeftParen)) {
       cursor_.take();
       qualifier.addValue(parseValue(*q, context + " = " + q->name()));
-      if (!cursor_.peekIs(TokenType::kRightParen)) cursor_.fail("')' after the value of " + q->name());
+      if (!cursor_.peekIs(TokenType::kRightParen))
+        cursor_.fail("')' after the value of " + q->name());
       cursor_.take();
     }
     param.addQualifier(qualifier);
