@@ -195,7 +195,15 @@ bool Runner::runHostCommand(const CommandText& command, const std::string& sourc
 void Runner::runProcedure(const CommandText& command, const std::string& source,
                           ProcedureEntry entry) {
   HostSession& session = HostSession::instance();
-  session.setMessageEcho([](const HostMessage& m) { std::cerr << formatMessageLine(m) << '\n'; });
+  // A message without a position of its own is shown at the command that raised it.
+  session.setMessageEcho([&command, &source](const HostMessage& m) {
+    HostMessage shown = m;
+    if (shown.line == 0) {
+      shown.file = source;
+      shown.line = command.line;
+    }
+    std::cerr << formatMessageLine(shown) << '\n';
+  });
   session.setCurrentCommand(command.text, command.line, source);
   const std::size_t runs = groups_.empty() ? 1 : groups_.size();
   for (std::size_t g = 0; g < runs; ++g) {

@@ -1,0 +1,62 @@
+// The results of one analysis, written by the strategy and read by the output.
+#pragma once
+
+#include <array>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace medanlys {
+
+// Inference for one effect: estimate, standard error, z, two-sided p, confidence limits.
+struct EffectInference {
+  double estimate = 0.0;
+  double se = 0.0;
+  double z = 0.0;
+  double p = 0.0;
+  double lower = 0.0;
+  double upper = 0.0;
+};
+
+// Counts and totals of the case processing summary.
+struct CaseSummary {
+  double casesRead = 0.0;
+  double casesValid = 0.0;
+  double totalWeightRead = 0.0;
+  double totalWeightValid = 0.0;
+  double outcomePrevalenceRead = 0.0;
+  double outcomePrevalenceValid = 0.0;
+};
+
+// Result flags of the run.
+enum AnalysisFlag {
+  FLAG_BOOTSTRAP_REQUESTED = 0,
+  FLAG_BOOTSTRAP_SUCCEEDED,
+  FLAG_RATIO_STATS_AVAILABLE,
+  FLAG_CANCELLED,
+  FLAG_FIRTH_USED,
+  ANALYSIS_FLAG_COUNT
+};
+
+struct MediationCaseData {
+  // Effect inference by effect name, and bootstrap statistics by effect name.
+  std::map<std::string, EffectInference> effects;
+  std::map<std::string, std::map<std::string, double>> bootstrap;
+  // The run's log lines and its warnings.
+  std::vector<std::string> log;
+  std::vector<std::string> warnings;
+  // Model results: coefficient vectors and covariance matrices (row-major).
+  std::vector<double> mediatorCoefficients;
+  std::vector<double> outcomeCoefficients;
+  std::vector<double> mediatorCovariance;
+  std::vector<double> outcomeCovariance;
+  CaseSummary summary;
+  std::array<bool, ANALYSIS_FLAG_COUNT> flags{};
+  // One flag per PRINT table family: set when the strategy has results for it.
+  std::array<bool, 9> available{};
+
+  // Empties everything a previous run left.
+  void clear();
+};
+
+}  // namespace medanlys

@@ -1,0 +1,76 @@
+// The analysis strategies, one per pair of mediator and outcome distributions.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "algorithm/mediation_case_data.h"
+#include "algorithm/role_mapping.h"
+#include "stathost/parser_message.h"
+#include "stathost/stop_processor.h"
+
+namespace medanlys {
+
+class MediationSettings;
+
+class MediationStrategy {
+ public:
+  virtual ~MediationStrategy() = default;
+  // 0 = success, 1 = failure; appends readable error texts to errors.
+  virtual int run(const RoleMapping& input, MediationCaseData& results,
+                  std::vector<std::string>& errors) = 0;
+};
+
+// Shared state of the concrete strategies.
+class StrategyBase : public MediationStrategy {
+ protected:
+  StrategyBase(const MediationSettings& settings, stathost::ACAStopProcessor* stop);
+  // Reports that this build has no analysis for the strategy yet.
+  int notAvailable(const char* analysis, std::vector<std::string>& errors) const;
+
+  const MediationSettings& settings_;
+  stathost::ACAStopProcessor* stop_;
+  stathost::ParserMessage messages_;
+};
+
+// Continuous mediator, continuous outcome.
+class NormalNormalStrategy : public StrategyBase {
+ public:
+  NormalNormalStrategy(const MediationSettings& settings, stathost::ACAStopProcessor* stop);
+  int run(const RoleMapping& input, MediationCaseData& results,
+          std::vector<std::string>& errors) override;
+};
+
+// Continuous mediator, binary or count outcome.
+class NormalBinomialStrategy : public StrategyBase {
+ public:
+  NormalBinomialStrategy(const MediationSettings& settings, stathost::ACAStopProcessor* stop);
+  int run(const RoleMapping& input, MediationCaseData& results,
+          std::vector<std::string>& errors) override;
+};
+
+// Binary mediator, continuous outcome.
+class BinomialNormalStrategy : public StrategyBase {
+ public:
+  BinomialNormalStrategy(const MediationSettings& settings, stathost::ACAStopProcessor* stop);
+  int run(const RoleMapping& input, MediationCaseData& results,
+          std::vector<std::string>& errors) override;
+};
+
+// Binary mediator, binary or count outcome: the factory never creates it.
+class BinomialBinomialStrategy : public StrategyBase {
+ public:
+  BinomialBinomialStrategy(const MediationSettings& settings, stathost::ACAStopProcessor* stop);
+  int run(const RoleMapping& input, MediationCaseData& results,
+          std::vector<std::string>& errors) override;
+};
+
+extern const char* const kInvalidCombinationMessage;
+
+// The strategy for the settings' mediator and outcome distributions; throws
+// std::invalid_argument(kInvalidCombinationMessage) for any other pair.
+std::unique_ptr<MediationStrategy> createStrategy(const MediationSettings& settings,
+                                                  stathost::ACAStopProcessor* stop);
+
+}  // namespace medanlys

@@ -1,0 +1,55 @@
+// Constructors of the strategies. The analyses of the strategies are added one by one;
+// until a strategy's analysis is in this build, its run reports that and fails.
+#include "algorithm/mediation_strategy.h"
+
+namespace medanlys {
+
+StrategyBase::StrategyBase(const MediationSettings& settings, stathost::ACAStopProcessor* stop)
+    : settings_(settings), stop_(stop) {
+  messages_.SetCommandName("MEDIATION ANALYSIS");
+  messages_.SetProcedureTitle("Mediation Analysis");
+}
+
+int StrategyBase::notAvailable(const char* analysis, std::vector<std::string>& errors) const {
+  messages_.GenericError("The analysis of a ^1 is not available in this build yet.", analysis);
+  errors.push_back(std::string("ERROR: analysis not available: ") + analysis);
+  return 1;
+}
+
+NormalNormalStrategy::NormalNormalStrategy(const MediationSettings& settings,
+                                           stathost::ACAStopProcessor* stop)
+    : StrategyBase(settings, stop) {}
+
+int NormalNormalStrategy::run(const RoleMapping&, MediationCaseData&,
+                              std::vector<std::string>& errors) {
+  return notAvailable("continuous mediator with a continuous outcome", errors);
+}
+
+NormalBinomialStrategy::NormalBinomialStrategy(const MediationSettings& settings,
+                                               stathost::ACAStopProcessor* stop)
+    : StrategyBase(settings, stop) {}
+
+int NormalBinomialStrategy::run(const RoleMapping&, MediationCaseData&,
+                                std::vector<std::string>& errors) {
+  return notAvailable("continuous mediator with a binary or count outcome", errors);
+}
+
+BinomialNormalStrategy::BinomialNormalStrategy(const MediationSettings& settings,
+                                               stathost::ACAStopProcessor* stop)
+    : StrategyBase(settings, stop) {}
+
+int BinomialNormalStrategy::run(const RoleMapping&, MediationCaseData&,
+                                std::vector<std::string>& errors) {
+  return notAvailable("binary mediator with a continuous outcome", errors);
+}
+
+BinomialBinomialStrategy::BinomialBinomialStrategy(const MediationSettings& settings,
+                                                   stathost::ACAStopProcessor* stop)
+    : StrategyBase(settings, stop) {}
+
+int BinomialBinomialStrategy::run(const RoleMapping&, MediationCaseData&,
+                                  std::vector<std::string>& errors) {
+  return notAvailable("binary mediator with a binary or count outcome", errors);
+}
+
+}  // namespace medanlys

@@ -1,0 +1,161 @@
+// The typed values of one MEDIATION ANALYSIS command, read from the parsed command, and
+// the cleaned analysis columns read from the active data set.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "data/variable_role_mapper.h"
+#include "stathost/command_descriptor.h"
+#include "stathost/command_spec.h"
+#include "stathost/data_source.h"
+#include "stathost/parser_message.h"
+#include "stathost/stop_processor.h"
+
+namespace medanlys {
+
+enum Distribution { NORMAL = 0, BINOMIAL = 1, POISSON = 2, NEGBIN = 3 };
+enum Link { IDENTITY = 0, LOG = 1, LOGIT = 2 };
+enum CiType { CITYPE_DELTA = 0, CITYPE_BOOTSTRAP = 1 };
+enum Covb { COVB_MODEL = 0, COVB_ROBUST = 1 };
+enum AnalysisType { CAUSAL = 0, TRADITIONAL = 1 };
+
+// MLEVEL of the mediator: the mean, the median, or a given value (VALUE(v)); kDefault
+// until finalizeSettings picks MEAN for a continuous and VALUE(0) for a binary mediator.
+enum class MediatorLevelKind { kDefault, kMean, kMedian, kCustom };
+
+// OUT_REFERENCE / MED_REFERENCE of a binary variable.
+enum class ReferenceKind { kFirst, kLast, kCustom };
+struct ReferenceSetting {
+  bool given = false;
+  ReferenceKind kind = ReferenceKind::kFirst;
+  double value = 0.0;
+};
+
+// Index order of the PRINT switches.
+enum PrintSwitch {
+  PRINT_MEDIATION_REGRESSION_MODEL = 0,
+  PRINT_OUTCOME_REGRESSION_MODEL,
+  PRINT_EXPOSURE_STATS,
+  PRINT_DECOMP_RESULTS,
+  PRINT_INTERACTION_EFFECTS,
+  PRINT_RATIO_STATS,
+  PRINT_COV_MATRIX,
+  PRINT_CASE_SUMMARY,
+  PRINT_DESCRIPTIVES,
+  PRINT_SWITCH_COUNT
+};
+extern const char* const kPrintKeywords[PRINT_SWITCH_COUNT];
+
+struct PlotSettings {
+  bool pathDiagram = false;
+  bool hideCovariateEffects = false;
+  bool edgeColorTypeBased = true;  // EDGE_COLOR=TYPE_BASED (else UNIFORM)
+  bool scatterPlot = false;
+  bool barPlot = false;
+  bool barErrorBars = true;
+  bool barConfidenceIntervals = true;
+  bool forestPlot = false;
+  bool forestPathCoefficients = true;
+  bool forestConfidenceIntervals = true;
+};
+
+// The stop processor of the procedure: the host's, with nothing added.
+class MediationStopProcessor : public stathost::ACAStopProcessor {
+ public:
+  explicit MediationStopProcessor(double pollInterval) : ACAStopProcessor(pollInterval) {}
+  ~MediationStopProcessor() override;
+};
+
+class MediationSettings {
+ public:
+  MediationSettings(const stathost::CommandSpec& spec, const stathost::CommandDescriptor& grammar,
+                    stathost::ProcedureDataSource& source);
+  MediationSettings(const MediationSettings&) = delete;
+  MediationSettings& operator=(const MediationSettings&) = delete;
+
+  // Reader index: 0 variables, 1 MEDMODEL, 2 OUTMODEL, 3 CRITERIA, 4 PRINT, 5 PLOT,
+  // 6 BOOTSTRAP. True when the part is accepted; a refusal has written its message.
+  bool prepareInputSetting(int index);
+  // Checks the settings against each other and the data, then reads and cleans the cases.
+  bool finalizeSettings();
+
+  const stathost::ParserMessage& messages() const { return messages_; }
+  stathost::ProcedureDataSource& dataSource() const { return source_; }
+  stathost::ACAStopProcessor* stopProcessor() const { return stopProcessor_.get(); }
+  const stathost::VarSpecObj& splitVariables() const { return splitFile_; }
+  VariableRoleMapper& roleMapper() { return roleMapper_; }
+  const VariableRoleMapper& roleMapper() const { return roleMapper_; }
+
+  // Variables (leading subcommand).
+  std::string outcomeVar, mediatorVar, predictorVar;
+  std::vector<std::string> covariates;
+  std::vector<std::string> factors;
+  bool baselineLevelGiven = false, exposureLevelGiven = false;
+  double baselineLevel = 0.0, exposureLevel = 1.0;
+  bool interaction = true;
+  MediatorLevelKind mediatorLevelKind = MediatorLevelKind::kDefault;
+  double mediatorLevelValue = 0.0;
+  ReferenceSetting outcomeReference, mediatorReference;
+
+  // MEDMODEL and OUTMODEL.
+  Distribution mediatorDistribution = NORMAL;
+  Link mediatorLink = IDENTITY;
+  std::string scaleWeightVar;  // empty without SCALEWEIGHT
+  Distribution outcomeDistribution = NORMAL;
+  double negbinDispersion = 1.0;  // 0.0: estimate it (NEGBIN(MLE))
+  Link outcomeLink = IDENTITY;
+  bool outcomeModelGiven = false;
+
+  // CRITERIA.
+  int ciLevel = 95;
+  CiType ciType = CITYPE_DELTA;
+  Covb covb = COVB_MODEL;
+  AnalysisType analysisType = CAUSAL;
+  int maxIterations = 100;
+  double pConverge = 1e-6;
+  double singular = 1e-12;
+  int maxStepHalving = 5;
+  double ridgePenalty = 1e-6;
+
+  // BOOTSTRAP.
+  bool bootstrapGiven = false;
+  int bootstrapCiLevel = 95;
+  bool nSamplesGiven = false;
+  int nSamples = 1000;
+  bool seedGiven = false;
+  int seed = 2000000;  // used when SEED is not given, so that runs repeat
+
+  // PRINT and PLOT.
+  bool print[PRINT_SWITCH_COUNT] = {};
+  PlotSettings plot;
+
+  // Case counts of the reading.
+  long casesRead = 0;
+  long casesValid = 0;
+
+ private:
+  bool readVariables();
+  bool readMediatorModel();
+  bool readOutcomeModel();
+  bool readCriteria();
+  bool readPrint();
+  bool readPlot();
+  bool readBootstrap();
+  bool checkCombination();
+  bool checkOutcomeValues();
+  void registerRoles();
+
+  const stathost::CommandSpec& spec_;
+  const stathost::CommandDescriptor& grammar_;
+  stathost::ProcedureDataSource& source_;
+  stathost::ParserMessage messages_;
+  stathost::VarSpecObj splitFile_;
+  std::unique_ptr<MediationStopProcessor> stopProcessor_;
+  VariableRoleMapper roleMapper_;
+};
+
+const char* distributionName(Distribution d);
+
+}  // namespace medanlys
