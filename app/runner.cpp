@@ -214,6 +214,15 @@ void Runner::runProcedure(const CommandText& command, const std::string& source,
     entry();
     stathost::RunRecord record = session.endRun();
     record.cancelled = session.cancelRequests() > 0;
+    if (record.messages.empty() && record.items.empty()) {
+      // A procedure may stop without a word (MEDIATION ANALYSIS does when /PRINT is
+      // missing); say so rather than leave an empty page.
+      HostMessage m = hostMessage(MessageLevel::kWarning, command.name,
+                                  "The command ended without output and without a message.",
+                                  source, command.line);
+      std::cerr << formatMessageLine(m) << '\n';
+      record.messages.push_back(m);
+    }
     recordRun(command, group, std::move(record));
     if (session.cancelRequests() > 0) break;
   }
