@@ -37,47 +37,51 @@ VariableRoleMapper readAndClean() {
   return mapper;
 }
 
-// 14 cases; case k (0-based) is spoiled in role k for k < 6 by a system-missing value and,
-// for cases 6 and 7, by a user-missing value; the weights include 0.4, 0.5 and 2.5.
+// 20 cases. Case k < 6 has a system-missing value in role k, case 6 + k a user-missing
+// value (99, declared missing for every variable) in role k; cases 12 to 15 have the
+// weights 0.4, 0.5, 2.5 and -2.5; cases 16 to 19 are clean. Six cases survive.
 std::vector<Column> spoiledData() {
-  std::vector<std::vector<double>> v(6, std::vector<double>(14, 1.0));
-  for (int i = 0; i < 14; ++i) {
+  std::vector<std::vector<double>> v(6, std::vector<double>(20, 1.0));
+  for (int i = 0; i < 20; ++i) {
     v[0][i] = 10 + i;  // y
     v[1][i] = 20 + i;  // m
   }
-  for (int role = 0; role < 6; ++role) v[role][role] = NAN;
-  v[2][6] = 99;  // user-missing predictor
-  v[3][7] = 99;  // user-missing covariate
-  v[5][8] = 0.4;
-  v[5][9] = 0.5;
-  v[5][10] = 2.5;
-  v[5][11] = -2.5;
+  for (int role = 0; role < 6; ++role) {
+    v[role][role] = NAN;
+    v[role][6 + role] = 99;
+  }
+  v[5][12] = 0.4;
+  v[5][13] = 0.5;
+  v[5][14] = 2.5;
+  v[5][15] = -2.5;
   std::vector<Column> columns;
   const char* names[] = {"y", "m", "x", "c", "f", "w"};
   for (int role = 0; role < 6; ++role) {
     Column c = numericColumn(names[role], v[role]);
-    if (role == 2 || role == 3) c.missing.values = {99};
+    c.missing.values = {99};
     columns.push_back(c);
   }
   return columns;
 }
 
+void appendCleanCases(std::vector<Column>& columns, int count) {
+  for (Column& c : columns) {
+    for (int i = 0; i < count; ++i) c.numbers.push_back(c.name == "y" ? 100 + i : 1.0);
+  }
+}
+
 TEST(CaseReading, ListwiseDeletionAndWeightRounding) {
   std::vector<Column> columns = spoiledData();
-  // Four cases of the 14 survive; six clean ones make 10.
-  for (Column& c : columns) {
-    for (int i = 0; i < 6; ++i) c.numbers.push_back(c.name == "y" ? 100 + i : 1.0);
-  }
+  appendCleanCases(columns, 4);
   testsupport::ActiveData data(columns);
   const VariableRoleMapper mapper = readAndClean();
-  EXPECT_EQ(mapper.casesRead, 20);
-  // Out: cases 0-5 (system-missing in each role), 6-7 (user-missing), 8 (weight 0.4),
-  // 11 (negative weight).
+  EXPECT_EQ(mapper.casesRead, 24);
   EXPECT_EQ(mapper.casesValid, 10);
   EXPECT_EQ(mapper.roleData("OUTCOMEVAR"),
-            (std::vector<double>{19, 20, 22, 23, 100, 101, 102, 103, 104, 105}));
+            (std::vector<double>{23, 24, 26, 27, 28, 29, 100, 101, 102, 103}));
+  // 0.5 becomes 1 and 2.5 becomes 3; 0.4 and -2.5 left their cases out.
   EXPECT_EQ(mapper.roleData("MEDMODEL_SCALEWEIGHT"),
-            (std::vector<double>{1, 3, 1, 1, 1, 1, 1, 1, 1, 1}));  // 0.5 -> 1, 2.5 -> 3
+            (std::vector<double>{1, 3, 1, 1, 1, 1, 1, 1, 1, 1}));
   ASSERT_EQ(mapper.listData("WITH").size(), 1u);
   EXPECT_EQ(mapper.listData("WITH")[0].size(), 10u);
   EXPECT_EQ(mapper.listData("BY")[0].size(), 10u);
@@ -85,9 +89,7 @@ TEST(CaseReading, ListwiseDeletionAndWeightRounding) {
 
 TEST(CaseReading, NineValidCasesAreRefusedWithTheCount) {
   std::vector<Column> columns = spoiledData();
-  for (Column& c : columns) {
-    for (int i = 0; i < 5; ++i) c.numbers.push_back(1.0);
-  }
+  appendCleanCases(columns, 3);
   testsupport::ActiveData data(columns);
   try {
     readAndClean();
