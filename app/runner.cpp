@@ -218,8 +218,8 @@ void Runner::runProcedure(const CommandText& command, const std::string& source,
       // A procedure may stop without a word (MEDIATION ANALYSIS does when /PRINT is
       // missing); say so rather than leave an empty page.
       HostMessage m = hostMessage(MessageLevel::kWarning, command.name,
-                                  "The command ended without output and without a message.",
-                                  source, command.line);
+                                  "The command ended without output and without a message.", source,
+                                  command.line);
       std::cerr << formatMessageLine(m) << '\n';
       record.messages.push_back(m);
     }
@@ -265,6 +265,14 @@ void Runner::addLevelHints(stathost::RunRecord& record) const {
 void Runner::recordRun(const CommandText& command, const stathost::SplitGroup* group,
                        stathost::RunRecord record) {
   addLevelHints(record);
+  if (options_.verbose && !record.log.empty()) {
+    std::string text;
+    for (const std::string& line : record.log) {
+      std::cerr << line << '\n';
+      text += line + "\n";
+    }
+    record.items.push_back({{"type", "text"}, {"title", "Analysis Log"}, {"text", text}});
+  }
   const bool error = record.hasError();
   if (error) anyError_ = true;
   nlohmann::json messages = nlohmann::json::array();

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "algorithm/mediation_strategy.h"
+#include "stathost/procedure_log.h"
 #include "syntax/mediation_settings.h"
 
 namespace medanlys {
@@ -69,6 +70,7 @@ int MedAnalysisAlgo::start() {
     }
     const int status = strategy->run(input, data, errors);
     if (stopProcessor && stopProcessor->GetCancel()) data.flags[FLAG_CANCELLED] = true;
+    stathost::ProcedureLog::write(data.log);
     return status;
   } catch (const std::bad_alloc&) {
     errors.emplace_back("CRITICAL: Memory allocation failed - cannot create strategy");

@@ -7,10 +7,12 @@ void MediationCaseData::clear() {
   bootstrap.clear();
   log.clear();
   warnings.clear();
-  mediatorCoefficients.clear();
-  outcomeCoefficients.clear();
-  mediatorCovariance.clear();
-  outcomeCovariance.clear();
+  mediatorFit = WlsFit();
+  outcomeFit = WlsFit();
+  reference = ReferencePoint();
+  mediatorScale = 1.0;
+  transformations.clear();
+  covariateLabels.clear();
   summary = CaseSummary();
   flags.fill(false);
   available.fill(false);

@@ -6,7 +6,19 @@
 #include <string>
 #include <vector>
 
+#include "algorithm/data_preparation.h"
+#include "models/wls.h"
+
 namespace medanlys {
+
+// The reference point of the effects: exposure levels, mediator level and covariate
+// values, on the scale of the fitted models.
+struct ReferencePoint {
+  double a_star = 0.0;
+  double a_hat = 0.0;
+  double m_star = 0.0;
+  Vector c_star;
+};
 
 // Inference for one effect: estimate, standard error, z, two-sided p, confidence limits.
 struct EffectInference {
@@ -45,11 +57,14 @@ struct MediationCaseData {
   // The run's log lines and its warnings.
   std::vector<std::string> log;
   std::vector<std::string> warnings;
-  // Model results: coefficient vectors and covariance matrices (row-major).
-  std::vector<double> mediatorCoefficients;
-  std::vector<double> outcomeCoefficients;
-  std::vector<double> mediatorCovariance;
-  std::vector<double> outcomeCovariance;
+  // The fitted models and the point at which the effects were evaluated.
+  WlsFit mediatorFit;
+  WlsFit outcomeFit;
+  ReferencePoint reference;
+  double mediatorScale = 1.0;
+  TransformationRecords transformations;
+  // Names of the covariate columns of the models, in design order (factor dummies first).
+  std::vector<std::string> covariateLabels;
   CaseSummary summary;
   std::array<bool, ANALYSIS_FLAG_COUNT> flags{};
   // One flag per PRINT table family: set when the strategy has results for it.

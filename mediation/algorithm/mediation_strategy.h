@@ -28,6 +28,8 @@ class StrategyBase : public MediationStrategy {
   StrategyBase(const MediationSettings& settings, stathost::ACAStopProcessor* stop);
   // Reports that this build has no analysis for the strategy yet.
   int notAvailable(const char* analysis, std::vector<std::string>& errors) const;
+  // Reports a failure's user message (when it has one) through the message sink.
+  void report(const class FitError& failure) const;
 
   const MediationSettings& settings_;
   stathost::ACAStopProcessor* stop_;

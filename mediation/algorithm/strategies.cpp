@@ -1,6 +1,7 @@
 // Constructors of the strategies. The analyses of the strategies are added one by one;
 // until a strategy's analysis is in this build, its run reports that and fails.
 #include "algorithm/mediation_strategy.h"
+#include "models/fit_error.h"
 
 namespace medanlys {
 
@@ -16,13 +17,8 @@ int StrategyBase::notAvailable(const char* analysis, std::vector<std::string>& e
   return 1;
 }
 
-NormalNormalStrategy::NormalNormalStrategy(const MediationSettings& settings,
-                                           stathost::ACAStopProcessor* stop)
-    : StrategyBase(settings, stop) {}
-
-int NormalNormalStrategy::run(const RoleMapping&, MediationCaseData&,
-                              std::vector<std::string>& errors) {
-  return notAvailable("continuous mediator with a continuous outcome", errors);
+void StrategyBase::report(const FitError& failure) const {
+  if (!failure.userMessage().empty()) messages_.GenericError(failure.userMessage());
 }
 
 NormalBinomialStrategy::NormalBinomialStrategy(const MediationSettings& settings,

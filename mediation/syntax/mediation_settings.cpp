@@ -10,17 +10,26 @@ namespace medanlys {
 using stathost::ParamObj;
 using stathost::SubComObj;
 
-const char* const kPrintKeywords[PRINT_SWITCH_COUNT] = {
-    "MEDIATION_REGRESSION_MODEL", "OUTCOME_REGRESSION_MODEL", "EXPOSURE_STATS",
-    "DECOMP_RESULTS",             "INTERACTION_EFFECTS",      "RATIO_STATS",
-    "COV_MATRIX",                 "CASE_SUMMARY",             "DESCRIPTIVES"};
+const char* const kPrintKeywords[PRINT_SWITCH_COUNT] = {"MEDIATION_REGRESSION_MODEL",
+                                                        "OUTCOME_REGRESSION_MODEL",
+                                                        "EXPOSURE_STATS",
+                                                        "DECOMP_RESULTS",
+                                                        "INTERACTION_EFFECTS",
+                                                        "RATIO_STATS",
+                                                        "COV_MATRIX",
+                                                        "CASE_SUMMARY",
+                                                        "DESCRIPTIVES"};
 
-const char* distributionName(Distribution d) {
-  switch (d) {
-    case NORMAL: return "NORMAL";
-    case BINOMIAL: return "BINOMIAL";
-    case POISSON: return "POISSON";
-    case NEGBIN: return "NEGBIN";
+const char* distributionName(int distribution) {
+  switch (distribution) {
+    case NORMAL:
+      return "NORMAL";
+    case BINOMIAL:
+      return "BINOMIAL";
+    case POISSON:
+      return "POISSON";
+    case NEGBIN:
+      return "NEGBIN";
   }
   return "NORMAL";
 }
@@ -43,14 +52,22 @@ MediationSettings::MediationSettings(const stathost::CommandSpec& spec,
 
 bool MediationSettings::prepareInputSetting(int index) {
   switch (index) {
-    case 0: return readVariables();
-    case 1: return readMediatorModel();
-    case 2: return readOutcomeModel();
-    case 3: return readCriteria();
-    case 4: return readPrint();
-    case 5: return readPlot();
-    case 6: return readBootstrap();
-    default: return false;
+    case 0:
+      return readVariables();
+    case 1:
+      return readMediatorModel();
+    case 2:
+      return readOutcomeModel();
+    case 3:
+      return readCriteria();
+    case 4:
+      return readPrint();
+    case 5:
+      return readPlot();
+    case 6:
+      return readBootstrap();
+    default:
+      return false;
   }
 }
 
@@ -320,11 +337,13 @@ bool MediationSettings::readBootstrap() {
 
 bool MediationSettings::checkCombination() {
   if (outcomeReference.given && outcomeDistribution == NORMAL) {
-    messages_.GenericError("REFERENCE parameter is not applicable for continuous outcome variable.");
+    messages_.GenericError(
+        "REFERENCE parameter is not applicable for continuous outcome variable.");
     return false;
   }
   if (mediatorReference.given && mediatorDistribution == NORMAL) {
-    messages_.GenericError("REFERENCE parameter is not applicable for continuous mediator variable.");
+    messages_.GenericError(
+        "REFERENCE parameter is not applicable for continuous mediator variable.");
     return false;
   }
   if (outcomeReference.given && (outcomeDistribution == POISSON || outcomeDistribution == NEGBIN)) {
@@ -334,13 +353,15 @@ bool MediationSettings::checkCombination() {
     return false;
   }
   if (plot.barPlot && mediatorDistribution == NORMAL && outcomeDistribution == NORMAL) {
-    messages_.GenericError("BAR PLOT is not applicable for continuous mediator and continuous outcome.");
+    messages_.GenericError(
+        "BAR PLOT is not applicable for continuous mediator and continuous outcome.");
     return false;
   }
   const stathost::STAX_Variable* outcome = source_.getVariable(source_.findVariable(outcomeVar));
   if (outcome && !outcome->isNumeric() && outcomeDistribution != BINOMIAL) {
-    messages_.GenericError("The dependent variable must be numeric for the ^1 probability distribution.",
-                           distributionName(outcomeDistribution));
+    messages_.GenericError(
+        "The dependent variable must be numeric for the ^1 probability distribution.",
+        distributionName(outcomeDistribution));
     return false;
   }
   if (mediatorLevelKind == MediatorLevelKind::kDefault) {
@@ -358,8 +379,9 @@ bool MediationSettings::checkOutcomeValues() {
   if (outcomeDistribution != POISSON && outcomeDistribution != NEGBIN) return true;
   for (double y : roleMapper_.roleData("OUTCOMEVAR")) {
     if (y < 0 || y != std::floor(y)) {
-      messages_.GenericError("Outcome variable ^1 must contain only non-negative integer values for ^2 distribution.",
-                             outcomeVar, outcomeDistribution == POISSON ? "Poisson" : "Negative Binomial");
+      messages_.GenericError(
+          "Outcome variable ^1 must contain only non-negative integer values for ^2 distribution.",
+          outcomeVar, outcomeDistribution == POISSON ? "Poisson" : "Negative Binomial");
       return false;
     }
   }

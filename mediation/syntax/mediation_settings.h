@@ -100,10 +100,12 @@ class MediationSettings {
   ReferenceSetting outcomeReference, mediatorReference;
 
   // MEDMODEL and OUTMODEL.
-  Distribution mediatorDistribution = NORMAL;
+  // Distribution codes (the Distribution constants); held as plain integers because a
+  // host may hand over any code, and an unknown one must be refused, not undefined.
+  int mediatorDistribution = NORMAL;
   Link mediatorLink = IDENTITY;
   std::string scaleWeightVar;  // empty without SCALEWEIGHT
-  Distribution outcomeDistribution = NORMAL;
+  int outcomeDistribution = NORMAL;
   double negbinDispersion = 1.0;  // 0.0: estimate it (NEGBIN(MLE))
   Link outcomeLink = IDENTITY;
   bool outcomeModelGiven = false;
@@ -156,6 +158,6 @@ class MediationSettings {
   VariableRoleMapper roleMapper_;
 };
 
-const char* distributionName(Distribution d);
+const char* distributionName(int distribution);
 
 }  // namespace medanlys

@@ -44,6 +44,7 @@ std::vector<SplitGroup> computeSplitGroups(const Dataset& data,
 struct RunRecord {
   std::vector<HostMessage> messages;
   nlohmann::json items = nlohmann::json::array();
+  std::vector<std::string> log;
   bool cancelled = false;
   bool hasError() const;
 };
@@ -74,6 +75,7 @@ class HostSession {
   RunRecord endRun();
   void addMessage(HostMessage message);
   void addProcedureItems(const nlohmann::json& items);
+  void addLogLine(const std::string& line) { run_.log.push_back(line); }
   // Called for every message as it is issued (the application prints it at once).
   void setMessageEcho(std::function<void(const HostMessage&)> echo) { echo_ = std::move(echo); }
 

@@ -5,6 +5,7 @@
 #include <map>
 
 #include "stathost/format.h"
+#include "stathost/procedure_log.h"
 
 namespace stathost {
 
@@ -66,6 +67,12 @@ void HostSession::addMessage(HostMessage message) {
 
 void HostSession::addProcedureItems(const nlohmann::json& items) {
   for (const auto& item : items) run_.items.push_back(item);
+}
+
+void ProcedureLog::write(const std::string& line) { HostSession::instance().addLogLine(line); }
+
+void ProcedureLog::write(const std::vector<std::string>& lines) {
+  for (const std::string& line : lines) HostSession::instance().addLogLine(line);
 }
 
 namespace {

@@ -1,0 +1,198 @@
+// Continuous mediator, continuous outcome: preparation, the two weighted least squares
+// fits, the closed-form effects and their delta-method inference.
+#include <omp.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <set>
+#include <stdexcept>
+
+#include "algorithm/data_preparation.h"
+#include "algorithm/mediation_strategy.h"
+#include "effects/continuous_effects.h"
+#include "models/fit_error.h"
+#include "stathost/format.h"
+#include "syntax/mediation_settings.h"
+
+namespace medanlys {
+namespace {
+
+std::string elapsed(const char* what, double start) {
+  char line[128];
+  std::snprintf(line, sizeof line, "%s %.3f s", what, omp_get_wtime() - start);
+  return line;
+}
+
+MLevelKind mLevelKind(MediatorLevelKind kind) {
+  switch (kind) {
+    case MediatorLevelKind::kMedian:
+      return MLevelKind::kMedian;
+    case MediatorLevelKind::kCustom:
+      return MLevelKind::kCustom;
+    default:
+      return MLevelKind::kMean;
+  }
+}
+
+std::size_t distinctCount(const Vector& v) { return std::set<double>(v.begin(), v.end()).size(); }
+
+}  // namespace
+
+NormalNormalStrategy::NormalNormalStrategy(const MediationSettings& settings,
+                                           stathost::ACAStopProcessor* stop)
+    : StrategyBase(settings, stop) {}
+
+int NormalNormalStrategy::run(const RoleMapping& input, MediationCaseData& results,
+                              std::vector<std::string>& errors) {
+  Log& log = results.log;
+  try {
+    // 1. Data: columns of the models, factor dummies first, then covariates.
+    double t = omp_get_wtime();
+    const bool weighted = !settings_.scaleWeightVar.empty();
+    log.push_back(weighted ? "Using weights from SCALEWEIGHT."
+                           : "No weights provided; using uniform weights.");
+    Vector exposure = input.exposure, mediator = input.mediator, outcome = input.outcome;
+    const Vector weights = weighted ? input.weights : Vector(exposure.size(), 1.0);
+    const Vector* skewWeights = weighted ? &weights : nullptr;
+    std::vector<Vector> covariates;
+    std::vector<bool> isFactor;
+    for (std::size_t f = 0; f < input.factorCodings.size(); ++f) {
+      for (double level : input.factorCodings[f].levels) {
+        results.covariateLabels.push_back(input.factorCodings[f].variable + "=" +
+                                          stathost::formatShortest(level));
+      }
+    }
+    for (const Vector& dummy : input.factors) {
+      covariates.push_back(dummy);
+      isFactor.push_back(true);
+    }
+    for (std::size_t c = 0; c < input.covariates.size(); ++c) {
+      covariates.push_back(input.covariates[c]);
+      isFactor.push_back(false);
+      results.covariateLabels.push_back(c < input.covariateNames.size() ? input.covariateNames[c]
+                                                                        : "");
+    }
+    if (mediator.size() != exposure.size() || outcome.size() != exposure.size() ||
+        weights.size() != exposure.size() ||
+        std::any_of(covariates.begin(), covariates.end(),
+                    [&](const Vector& c) { return c.size() != exposure.size(); })) {
+      throw FitError(
+          "Invalid data sizes. Exposure, mediator, outcome, covariates, and weights must match.",
+          "All input vectors (A, M, Y) must have the same length");
+    }
+
+    // Reference exposure levels on the original scale.
+    ExposureLevels levels =
+        exposureLevels(exposure, settings_.baselineLevelGiven, settings_.baselineLevel,
+                       settings_.exposureLevelGiven, settings_.exposureLevel);
+    if (levels.a_star == 0.0) messages_.GenericWarning(kZeroBaselineWarning);
+
+    // Skewness-driven transformations; the reference values follow their variable.
+    const double exposureMax = *std::max_element(exposure.begin(), exposure.end());
+    const double mediatorMax = *std::max_element(mediator.begin(), mediator.end());
+    if (distinctCount(exposure) > 2) {
+      results.transformations["Exposure"] = transformBySkewness(exposure, skewWeights);
+    } else {
+      results.transformations["Exposure"] = TransformationRecord();
+    }
+    results.transformations["Mediator"] = transformBySkewness(mediator, skewWeights);
+    results.transformations["Outcome"] = transformBySkewness(outcome, skewWeights);
+    for (std::size_t j = 0; j < covariates.size(); ++j) {
+      if (!isFactor[j]) {
+        results.transformations["Covariate_" + std::to_string(j)] =
+            transformBySkewness(covariates[j], skewWeights);
+      }
+    }
+    const std::string exposureT = results.transformations["Exposure"].name;
+    ReferencePoint& ref = results.reference;
+    ref.a_star = transformValue(levels.a_star, exposureT, exposureMax);
+    ref.a_hat = transformValue(levels.a_hat, exposureT, exposureMax);
+
+    // Mediator level, scaling and covariate reference values.
+    const bool custom = settings_.mediatorLevelKind == MediatorLevelKind::kCustom;
+    const std::string mediatorT = results.transformations["Mediator"].name;
+    const double customValue =
+        custom ? transformValue(settings_.mediatorLevelValue, mediatorT, mediatorMax) : NAN;
+    if (custom) checkMStarInRange(mediator, customValue);
+    const MediatorScaling scaling = scaleMediator(mediator, custom, customValue, log);
+    results.mediatorScale = scaling.factor;
+    ref.m_star = mStarContinuous(
+        mediator, weighted ? &weights : nullptr, mLevelKind(settings_.mediatorLevelKind), custom,
+        custom && scaling.factor != 1.0 ? scaling.customMStar : customValue, log);
+    ref.c_star = computeCStar(covariates, isFactor, weights, log);
+    log.push_back(elapsed("Data preprocessing completed in", t));
+
+    // 2-4. The two models.
+    t = omp_get_wtime();
+    results.mediatorFit = fitMediatorWls(exposure, covariates, mediator, weights);
+    log.insert(log.end(), results.mediatorFit.log.begin(), results.mediatorFit.log.end());
+    log.push_back(elapsed("Mediator model fitted in", t));
+    t = omp_get_wtime();
+    if (exposure.empty()) {
+      throw FitError("", "transformedExposure is empty \u2014 cannot run outcome regression");
+    }
+    results.outcomeFit =
+        fitOutcomeWls(exposure, mediator, outcome, covariates, weights, settings_.interaction);
+    log.insert(log.end(), results.outcomeFit.log.begin(), results.outcomeFit.log.end());
+    log.push_back(elapsed("Outcome model fitted in", t));
+
+    // 5-6. Effects at the reference point.
+    t = omp_get_wtime();
+    ContinuousModelParameters p;
+    const Vector& b = results.mediatorFit.coefficients;
+    const Vector& th = results.outcomeFit.coefficients;
+    p.interaction = settings_.interaction;
+    p.beta_0 = b[0];
+    p.beta_1 = b[1];
+    p.beta_2.assign(b.begin() + 2, b.end());
+    p.theta_0 = th[0];
+    p.theta_1 = th[1];
+    p.theta_2 = th[2];
+    p.theta_3 = p.interaction ? th[3] : 0.0;
+    p.theta_4.assign(th.begin() + (p.interaction ? 4 : 3), th.end());
+    if (ref.c_star.size() != p.beta_2.size()) {
+      throw FitError("Effect estimation validation failed.",
+                     "Effect estimation input validation failed");
+    }
+    const EffectEstimates effects = computeEffects(p, ref);
+    log.push_back(elapsed("Mediation effects computed in", t));
+
+    // 7. Delta method with the covariance COVB asks for.
+    t = omp_get_wtime();
+    try {
+      const bool robust = settings_.covb == COVB_ROBUST;
+      const Matrix sigma =
+          jointCovariance(robust ? results.mediatorFit.covRobust : results.mediatorFit.covModel,
+                          robust ? results.outcomeFit.covRobust : results.outcomeFit.covModel,
+                          p.mediatorSize(), p.outcomeSize());
+      results.effects =
+          deltaMethodInference(effects, effectGradients(p, ref, effects), sigma, settings_.ciLevel);
+    } catch (const std::exception& e) {
+      log.push_back(std::string("Error in delta method inference:") + e.what());
+      throw;
+    }
+    log.push_back(elapsed("Delta method inference completed in", t));
+    results.flags[FLAG_RATIO_STATS_AVAILABLE] = std::isfinite(effects.PM);
+
+    // 8. Bootstrap.
+    if (settings_.bootstrapGiven) {
+      results.flags[FLAG_BOOTSTRAP_REQUESTED] = true;
+      messages_.GenericWarning(
+          "Bootstrap inference is not available in this build yet; the delta-method results are "
+          "shown.");
+      log.push_back("Bootstrap inference failed. Continuing with delta method results only");
+    } else {
+      log.push_back("Bootstrap inference skipped - using delta method only");
+    }
+    return 0;
+  } catch (const FitError& e) {
+    report(e);
+    errors.push_back(e.what());
+    return 1;
+  } catch (const std::exception& e) {
+    errors.push_back(e.what());
+    return 1;
+  }
+}
+
+}  // namespace medanlys

@@ -1,0 +1,96 @@
+#include "models/linear_diagnostics.h"
+
+#include <boost/math/distributions/chi_squared.hpp>
+#include <cmath>
+#include <limits>
+
+#include "models/wls.h"
+
+namespace medanlys {
+
+double durbinWatson(const std::vector<double>& e) {
+  double num = 0.0, den = 0.0;
+  for (std::size_t i = 0; i < e.size(); ++i) {
+    den += e[i] * e[i];
+    if (i > 0) num += (e[i] - e[i - 1]) * (e[i] - e[i - 1]);
+  }
+  return den > 0.0 ? num / den : std::nan("");
+}
+
+double jarqueBeraPValue(const std::vector<double>& e, const std::vector<double>& w) {
+  double sw = 0.0, mean = 0.0;
+  for (std::size_t i = 0; i < e.size(); ++i) {
+    sw += w[i];
+    mean += w[i] * e[i];
+  }
+  if (sw <= 0.0) return std::nan("");
+  mean /= sw;
+  double m2 = 0.0, m3 = 0.0, m4 = 0.0;
+  for (std::size_t i = 0; i < e.size(); ++i) {
+    const double d = e[i] - mean;
+    m2 += w[i] * d * d;
+    m3 += w[i] * d * d * d;
+    m4 += w[i] * d * d * d * d;
+  }
+  m2 /= sw;
+  m3 /= sw;
+  m4 /= sw;
+  if (m2 <= 0.0) return std::nan("");
+  const double skewness = m3 / std::pow(m2, 1.5);
+  const double kurtosis = m4 / (m2 * m2);
+  const double jb = sw / 6.0 * (skewness * skewness + (kurtosis - 3.0) * (kurtosis - 3.0) / 4.0);
+  return boost::math::cdf(boost::math::complement(boost::math::chi_squared(2.0), jb));
+}
+
+double maxVarianceInflation(const DesignMatrix& X, const std::vector<double>& w) {
+  if (X.q <= 2) return 1.0;  // intercept and one column: nothing to be collinear with
+  double worst = 1.0;
+  for (std::size_t j = 1; j < X.q; ++j) {
+    // Regress column j on the intercept and the other non-intercept columns.
+    DesignMatrix others;
+    others.n = X.n;
+    others.q = X.q - 1;
+    others.values.reserve(others.n * others.q);
+    Vector target(X.n);
+    for (std::size_t i = 0; i < X.n; ++i) {
+      for (std::size_t k = 0; k < X.q; ++k) {
+        if (k != j) others.values.push_back(X(i, k));
+      }
+      target[i] = X(i, j);
+    }
+    Matrix XTWX;
+    Vector XTWY;
+    computeXTWX_XTWY_diagonalWeights(others, target, w, XTWX, XTWY);
+    Matrix inverse;
+    if (!invertMatrix(XTWX, inverse)) return std::numeric_limits<double>::infinity();
+    const Vector beta = multiply(inverse, XTWY);
+    Vector fitted, residuals;
+    computeResiduals(others, beta, target, w, fitted, residuals);
+    const RSquared fit = computeRSquared(residuals, target, w, X.n, others.q);
+    const double vif =
+        fit.r2 >= 1.0 ? std::numeric_limits<double>::infinity() : 1.0 / (1.0 - fit.r2);
+    worst = std::max(worst, vif);
+  }
+  return worst;
+}
+
+LinearDiagnostics computeLinearDiagnostics(const DesignMatrix& X, const std::vector<double>& e,
+                                           const std::vector<double>& w, const Matrix& XTWX_inv,
+                                           double sigma2) {
+  LinearDiagnostics d;
+  d.durbinWatson = durbinWatson(e);
+  d.vifMax = maxVarianceInflation(X, w);
+  d.jarqueBeraP = jarqueBeraPValue(e, w);
+  // Cook's distance of case i: w e^2 h / (q sigma^2 (1 - h)^2), h the leverage.
+  const double threshold = 4.0 / static_cast<double>(X.n);
+  for (std::size_t i = 0; i < X.n; ++i) {
+    const Vector x(X.row(i), X.row(i) + X.q);
+    const double h = w[i] * quadraticForm(XTWX_inv, x);
+    const double cook =
+        w[i] * e[i] * e[i] * h / (static_cast<double>(X.q) * sigma2 * (1.0 - h) * (1.0 - h));
+    if (cook > threshold) ++d.influentialCases;
+  }
+  return d;
+}
+
+}  // namespace medanlys
