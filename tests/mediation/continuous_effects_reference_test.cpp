@@ -1,0 +1,120 @@
+// The continuous-mediator, continuous-outcome analysis end to end (command, data,
+// preparation, fits, effects, delta method) against the closed forms evaluated in R with
+// deriv() gradients, on the reference data sets.
+#include <gtest/gtest.h>
+
+#include "algorithm/med_analysis_algo.h"
+#include "reference_data.h"
+#include "stathost/host_session.h"
+#include "stathost/universal_parser.h"
+#include "syntax/command_description_builder.h"
+#include "syntax/mediation_settings.h"
+#include "test_util.h"
+
+namespace {
+
+using namespace medanlys;
+using nlohmann::json;
+using testsupport::IsClose;
+
+constexpr double kEffectTol = 1e-6;  // estimates, SEs, z, limits
+constexpr double kPTol = 1e-5;       // p values far in the tail lose a little more
+
+// Runs settings, case reading and the driver on the active data; the results stay.
+int analyse(const std::string& command, MediationCaseData& results) {
+  stathost::CommandDescriptor grammar("MEDIATION ANALYSIS");
+  CommandDescriptionBuilder builder(grammar);
+  for (int i = 0; i < CommandDescriptionBuilder::kSubcommandCount; ++i) builder.declare(i);
+  stathost::STAX_TokenSequence tokens(command, 1);
+  stathost::CommandSpec spec;
+  stathost::UniversalParser parser(tokens, spec, grammar);
+  if (parser.getCommandSpecifications() != 0) return 1;
+  stathost::ProcedureDataSource source;
+  MediationSettings settings(spec, grammar, source);
+  for (int i = 0; i < CommandDescriptionBuilder::kSubcommandCount; ++i) {
+    if (!settings.prepareInputSetting(i)) return 1;
+  }
+  if (!settings.finalizeSettings()) return 1;
+  MedAnalysisAlgo algo(settings, results);
+  return algo.start();
+}
+
+struct EffectCase {
+  const char* dataset;
+  int config;             // index into "configs"
+  const char* variables;  // BY/WITH part of the command
+  const char* covb;
+  friend std::ostream& operator<<(std::ostream& os, const EffectCase& c) {
+    return os << c.dataset << "#" << c.config;
+  }
+};
+
+class ContinuousEffectsReference : public ::testing::TestWithParam<EffectCase> {
+ protected:
+  void SetUp() override {
+    stathost::HostSession::instance().setActiveDataset(
+        testsupport::referenceData(GetParam().dataset));
+    stathost::HostSession::instance().beginRun();
+  }
+  void TearDown() override {
+    stathost::HostSession::instance().endRun();
+    stathost::HostSession::instance().setActiveDataset(nullptr);
+  }
+
+  std::string command(const json& config, int level) const {
+    return std::string("MEDIATION ANALYSIS OUTCOMEVAR=Y MEDIATORVAR=M PREDICTORVAR=A(BLEVEL=") +
+           std::to_string(config["a_star"].get<double>()) +
+           " ELEVEL=" + std::to_string(config["a"].get<double>()) +
+           " INTERACTION=" + (config["interaction"].get<bool>() ? "TRUE" : "FALSE") + ") " +
+           GetParam().variables +
+           "\n /MEDMODEL DISTRIBUTION=NORMAL\n /OUTMODEL DISTRIBUTION=NORMAL\n /CRITERIA CILEVEL=" +
+           std::to_string(level) + " CITYPE=DELTA COVB=" + GetParam().covb +
+           " ANALYSISTYPE=CAUSAL\n /PRINT.";
+  }
+};
+
+TEST_P(ContinuousEffectsReference, AllTwentyTwoQuantitiesWithDeltaMethod) {
+  const json values = testsupport::referenceValues(GetParam().dataset);
+  const json& config = values["configs"][GetParam().config];
+  const json& expected = config["lab_closed_form"]["effects"];
+  for (int level : {95, 90}) {
+    SCOPED_TRACE(level);
+    MediationCaseData results;
+    ASSERT_EQ(analyse(command(config, level), results), 0)
+        << testsupport::messageTexts(stathost::HostSession::instance().endRun());
+    EXPECT_TRUE(IsClose(results.reference.m_star, config["m_cde"], 1e-9));
+    ASSERT_EQ(results.effects.size(), 22u);
+    const std::string suffix = std::to_string(level);
+    for (const auto& [name, ref] : expected.items()) {
+      SCOPED_TRACE(name);
+      ASSERT_TRUE(results.effects.count(name));
+      const EffectInference& e = results.effects.at(name);
+      EXPECT_TRUE(IsClose(e.estimate, ref["est"], kEffectTol));
+      EXPECT_TRUE(IsClose(e.se, ref["se"], kEffectTol));
+      if (ref["z"].is_null()) {
+        // A standard error of 0 (an effect that is 0 without the interaction): no test and
+        // no interval, where R prints the degenerate interval [0, 0].
+        EXPECT_TRUE(std::isnan(e.z) && std::isnan(e.p) && std::isnan(e.lower) &&
+                    std::isnan(e.upper));
+        continue;
+      }
+      EXPECT_TRUE(IsClose(e.z, ref["z"], kEffectTol));
+      EXPECT_TRUE(IsClose(e.p, ref["p"], kPTol, 1e-300));
+      EXPECT_TRUE(IsClose(e.lower, ref["lower" + suffix], kEffectTol));
+      EXPECT_TRUE(IsClose(e.upper, ref["upper" + suffix], kEffectTol));
+    }
+    // The decomposition adds up whatever the data.
+    const auto est = [&](const char* n) { return results.effects.at(n).estimate; };
+    EXPECT_NEAR(est("TE"), est("NDE") + est("NIE"), 1e-12);
+    EXPECT_NEAR(est("TE"), est("CDE") + est("INT_ref") + est("INT_med") + est("PIE"), 1e-12);
+    EXPECT_NEAR(est("PE"), est("TE") - est("CDE"), 1e-12);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(DataSets, ContinuousEffectsReference,
+                         ::testing::Values(EffectCase{"nn_small", 0, "BY F WITH C1 C2", "MODEL"},
+                                           EffectCase{"nn_small", 1, "BY F WITH C1 C2", "MODEL"},
+                                           EffectCase{"nn_binA", 0, "WITH C1 C2", "MODEL"},
+                                           EffectCase{"nn_binA", 1, "WITH C1 C2", "MODEL"}));
+
+}  // namespace
