@@ -71,4 +71,32 @@ TEST_F(MediationCli, SyntaxErrorNamesLineAndColumnAndWritesNoOutput) {
   EXPECT_TRUE(report["runs"][0]["items"].empty());
 }
 
+TEST(MediationCliReference, DeltaRunSucceedsAndVerboseShowsTheRunSequence) {
+  testsupport::TempDir dir;
+  std::vector<std::string> args = {
+      "medanlys", "run", "--data", std::string(MEDANLYS_TEST_DATA) + "/reference/nn_binA.csv", "-e",
+      "MEDIATION ANALYSIS OUTCOMEVAR=Y MEDIATORVAR=M PREDICTORVAR=A(BLEVEL=0 ELEVEL=1) WITH C1 C2\n"
+      " /MEDMODEL DISTRIBUTION=NORMAL /OUTMODEL DISTRIBUTION=NORMAL\n"
+      " /CRITERIA CILEVEL=95 CITYPE=DELTA COVB=ROBUST ANALYSISTYPE=CAUSAL /PRINT.",
+      "--out", dir.path("out"), "--format", "json", "--verbose"};
+  std::vector<char*> argv;
+  for (auto& a : args) argv.push_back(a.data());
+  testing::internal::CaptureStderr();
+  const int status =
+      medapp::runCli(static_cast<int>(argv.size()), argv.data(), {{"MEDIATION ANALYSIS", &MEDANLYS}});
+  const std::string err = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(status, 0) << err;
+  std::size_t at = 0;
+  for (const char* line : {"No weights provided; using uniform weights.", "Data preprocessing completed in",
+                           "Mediator model fitted in", "Outcome model fitted in",
+                           "Mediation effects computed in", "Delta method inference completed in",
+                           "Bootstrap inference skipped - using delta method only"}) {
+    const std::size_t found = err.find(line, at);
+    ASSERT_NE(found, std::string::npos) << line << "\n" << err;
+    at = found;
+  }
+  // The binary exposure with BLEVEL=0 draws the zero-baseline warning.
+  EXPECT_NE(err.find("warning: a_star (BLEVEL) = 0"), std::string::npos);
+}
+
 }  // namespace
