@@ -87,6 +87,36 @@ TEST(NormalEquations, NearSingularIsRejectedAndRidgeIsLogged) {
   EXPECT_EQ(fit.log[0].rfind("Ridge regularization applied to XTWX (det=", 0), 0u);
 }
 
+// A resample that draws every case once is the full fit.
+TEST(ResampleFits, IdentityResampleEqualsTheFullFit) {
+  const std::size_t n = 30;
+  const Vector a = sequence(n, 1.0, 2.0), m = sequence(n, 0.4, 0.1), c = sequence(n, 3.0, -1.0);
+  Vector y(n), w(n);
+  std::vector<CaseRecord> records(n);
+  std::vector<std::size_t> all(n);
+  for (std::size_t i = 0; i < n; ++i) {
+    y[i] = 1.0 + 0.5 * a[i] + 2.0 * m[i] + 0.3 * a[i] * m[i] + 0.1 * c[i] + 0.05 * std::cos(3.0 * i);
+    w[i] = 1.0 + static_cast<double>(i % 3);
+    records[i] = CaseRecord{a[i], m[i], y[i], w[i], {c[i]}};
+    all[i] = i;
+  }
+  const WlsFit mediator = fitMediatorWls(a, {c}, m, w);
+  const ResampleFit mediatorResample = fitMediatorResample(records, all, 1);
+  ASSERT_TRUE(mediatorResample.success);
+  const WlsFit outcome = fitOutcomeWls(a, m, y, {c}, w, true);
+  const ResampleFit outcomeResample = fitOutcomeResample(records, all, 1, true);
+  ASSERT_TRUE(outcomeResample.success);
+  for (std::size_t j = 0; j < mediator.coefficients.size(); ++j) {
+    EXPECT_NEAR(mediatorResample.coefficients[j], mediator.coefficients[j], 1e-10);
+  }
+  for (std::size_t j = 0; j < outcome.coefficients.size(); ++j) {
+    EXPECT_NEAR(outcomeResample.coefficients[j], outcome.coefficients[j], 1e-10);
+  }
+  EXPECT_EQ(fitMediatorResample(records, {}, 1).message, "No data to fit mediation regression.");
+  EXPECT_EQ(fitOutcomeResample(records, all, 2, true).message,
+            "Insufficient covariate dimensions in outcome regression.");
+}
+
 ContinuousModelParameters sampleParameters(bool interaction) {
   ContinuousModelParameters p;
   p.interaction = interaction;
