@@ -90,8 +90,12 @@ TEST(NormalEquations, NearSingularIsRejectedAndRidgeIsLogged) {
 // A resample that draws every case once is the full fit.
 TEST(ResampleFits, IdentityResampleEqualsTheFullFit) {
   const std::size_t n = 30;
-  const Vector a = sequence(n, 1.0, 2.0), m = sequence(n, 0.4, 0.1), c = sequence(n, 3.0, -1.0);
-  Vector y(n), w(n);
+  Vector a(n), m(n), c(n), y(n), w(n);
+  for (std::size_t i = 0; i < n; ++i) {
+    a[i] = 2.0 + std::sin(0.7 * i);
+    c[i] = std::cos(1.3 * i);
+    m[i] = 0.1 + 0.4 * a[i] + 0.2 * c[i] + 0.1 * std::sin(2.9 * i);
+  }
   std::vector<CaseRecord> records(n);
   std::vector<std::size_t> all(n);
   for (std::size_t i = 0; i < n; ++i) {
