@@ -14,7 +14,8 @@ using namespace medanlys;
 Vector sequence(std::size_t n, double scale = 1.0, double offset = 0.0) {
   Vector v;
   for (std::size_t i = 0; i < n; ++i)
-    v.push_back(offset + scale * std::sin(1.0 + 1.7 * static_cast<double>(i)));
+    // The frequency depends on the scale: sequences of different scales are not collinear.
+    v.push_back(offset + scale * std::sin(1.0 + (1.7 + scale) * static_cast<double>(i)));
   return v;
 }
 
