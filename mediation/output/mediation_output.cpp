@@ -1,5 +1,6 @@
 #include "output/mediation_output.h"
 
+#include "output/output_context.h"
 #include "syntax/mediation_settings.h"
 
 namespace medanlys {
@@ -22,9 +23,40 @@ MediationOutput::MediationOutput(stathost::BpProcedure* procedure,
 int MediationOutput::emit() {
   stathost::OPSCommonOutput common(&variables_, *source_, procedure_, nullptr);
   stathost::StatJSONConverter converter(*procedure_);
-  // The result tables and charts are written here as the analyses land.
-  (void)results_;
-  return converter.generateOutput(generator_.getProcedureStatJSON());
+  const MediationSettings& s = *settings_;
+  const MediationCaseData& r = *results_;
+  const OutputContext out{generator_, s, r};
+  const bool causal = s.analysisType == CAUSAL;
+  // A cancelled run has no fitted models; only what it has is written.
+  const bool fitted = r.mediatorFit.success && r.outcomeFit.success;
+  const bool bootstrapOk = r.flags[FLAG_BOOTSTRAP_SUCCEEDED] && !r.bootstrap.empty();
+  int status = 0;
+
+  if (s.print[PRINT_CASE_SUMMARY]) status = writeCaseSummary(out);
+  if (s.print[PRINT_DESCRIPTIVES]) status = writeDescriptives(out);
+  if (fitted && s.print[PRINT_MEDIATION_REGRESSION_MODEL]) status = writeLinearMediatorModel(out);
+  if (fitted && s.print[PRINT_OUTCOME_REGRESSION_MODEL]) status = writeLinearOutcomeModel(out);
+  if (fitted && s.print[PRINT_EXPOSURE_STATS]) status = writeExposureStatistics(out);
+  if (fitted && causal && !bootstrapOk) {
+    if (s.print[PRINT_DECOMP_RESULTS]) status = writeDecomposition(out, false);
+    if (s.print[PRINT_INTERACTION_EFFECTS] && s.interaction)
+      status = writeInteractionEffects(out, false);
+    if (s.print[PRINT_RATIO_STATS] && r.flags[FLAG_RATIO_STATS_AVAILABLE]) {
+      status = writeRatioStatistics(out, false);
+    }
+  }
+  if (fitted && causal) status = writeEffectInterpretation(out);
+  if (fitted && s.print[PRINT_COV_MATRIX]) status = writeCovarianceMatrices(out);
+  if (fitted && causal && !r.bootstrap.empty() && bootstrapOk) {
+    if (s.print[PRINT_DECOMP_RESULTS]) status = writeDecomposition(out, true);
+    if (s.print[PRINT_INTERACTION_EFFECTS] && s.interaction)
+      status = writeInteractionEffects(out, true);
+    if (s.print[PRINT_RATIO_STATS] && r.flags[FLAG_RATIO_STATS_AVAILABLE]) {
+      status = writeRatioStatistics(out, true);
+    }
+  }
+  converter.generateOutput(generator_.getProcedureStatJSON());
+  return status;
 }
 
 }  // namespace medanlys

@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "data/case_reader.h"
+#include "stathost/case_adapter.h"
 
 namespace medanlys {
 
@@ -416,11 +417,50 @@ void MediationSettings::registerRoles() {
   roleMapper_.setAllIndices(all);
 }
 
+// Totals for the case processing summary. Before cleaning, missing values count as
+// nothing; the event of a binary outcome is its larger value (the smaller one with
+// OUT_REFERENCE=LAST or a reference equal to the larger value).
+void MediationSettings::summariseCases(bool cleaned) {
+  const Column& outcome = roleMapper_.roleData("OUTCOMEVAR");
+  const bool weighted = roleMapper_.hasRoleData("MEDMODEL_SCALEWEIGHT");
+  double total = 0.0;
+  for (std::size_t i = 0; i < outcome.size(); ++i) {
+    const double w = weighted ? roleMapper_.roleData("MEDMODEL_SCALEWEIGHT")[i] : 1.0;
+    if (w != stathost::kMissingValue) total += w;
+  }
+  (cleaned ? totalWeightValid : totalWeightRead) = total;
+  if (outcomeDistribution != BINOMIAL) return;
+  double lo = INFINITY, hi = -INFINITY;
+  for (double y : outcome) {
+    if (y == stathost::kMissingValue) continue;
+    lo = std::min(lo, y);
+    hi = std::max(hi, y);
+  }
+  if (!(lo < hi)) return;
+  double event = hi;
+  if (outcomeReference.given &&
+      (outcomeReference.kind == ReferenceKind::kLast ||
+       (outcomeReference.kind == ReferenceKind::kCustom && outcomeReference.value == hi))) {
+    event = lo;
+  }
+  double events = 0.0, known = 0.0;
+  for (std::size_t i = 0; i < outcome.size(); ++i) {
+    if (outcome[i] == stathost::kMissingValue) continue;
+    const double w = weighted ? roleMapper_.roleData("MEDMODEL_SCALEWEIGHT")[i] : 1.0;
+    if (w == stathost::kMissingValue) continue;
+    known += w;
+    if (outcome[i] == event) events += w;
+  }
+  (cleaned ? prevalenceValid : prevalenceRead) = known > 0.0 ? events / known : NAN;
+}
+
 bool MediationSettings::finalizeSettings() {
   if (!checkCombination()) return false;
   registerRoles();
   if (!readCases(source_, roleMapper_)) return false;
+  summariseCases(false);
   cleanCases(roleMapper_, messages_);  // throws below 10 valid cases
+  summariseCases(true);
   casesRead = roleMapper_.casesRead;
   casesValid = roleMapper_.casesValid;
   return checkOutcomeValues();

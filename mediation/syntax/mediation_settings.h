@@ -2,6 +2,7 @@
 // the cleaned analysis columns read from the active data set.
 #pragma once
 
+#include <cmath>
 #include <memory>
 #include <string>
 #include <vector>
@@ -133,9 +134,14 @@ class MediationSettings {
   bool print[PRINT_SWITCH_COUNT] = {};
   PlotSettings plot;
 
-  // Case counts of the reading.
+  // Case counts of the reading, the total weight (the number of cases without a scale
+  // weight) and, for a binary outcome, the share of events, before and after cleaning.
   long casesRead = 0;
   long casesValid = 0;
+  double totalWeightRead = 0.0;
+  double totalWeightValid = 0.0;
+  double prevalenceRead = NAN;
+  double prevalenceValid = NAN;
 
  private:
   bool readVariables();
@@ -148,6 +154,7 @@ class MediationSettings {
   bool checkCombination();
   bool checkOutcomeValues();
   void registerRoles();
+  void summariseCases(bool cleaned);
 
   const stathost::CommandSpec& spec_;
   const stathost::CommandDescriptor& grammar_;

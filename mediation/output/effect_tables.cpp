@@ -1,0 +1,147 @@
+// The decomposition, interaction and ratio tables, by the delta method or the bootstrap.
+#include <cmath>
+
+#include "output/output_context.h"
+#include "output/table_builder.h"
+
+namespace medanlys {
+namespace {
+
+struct EffectRow {
+  const char* key;
+  const char* label;
+};
+
+// The continuous-outcome rows; ratio-outcome rows come with their strategies.
+const std::vector<EffectRow> kDecompositionRows = {{"CDE", "CDE"}, {"NDE", "NDE"}, {"NIE", "NIE"},
+                                                   {"TE", "TE"},   {"PIE", "PIE"}, {"PE", "PE"},
+                                                   {"TDE", "TDE"}, {"PAI", "PAI"}};
+const std::vector<EffectRow> kInteractionRows = {{"INT_med", "INTmed"}, {"INT_ref", "INTref"}};
+const std::vector<EffectRow> kRatioRows = {{"PM", "PM (NIE/TE)"},
+                                           {"Percent_ELIM", "%ELIM (PE/TE)"},
+                                           {"r_CDE", "rCDE (CDE/TE)"},
+                                           {"r_NDE", "rNDE (NDE/TE)"},
+                                           {"r_NIE", "rNIE (NIE/TE)"},
+                                           {"r_PE", "rPE (PE/TE)"},
+                                           {"r_TDE", "rTDE (TDE/TE)"},
+                                           {"r_PIE", "rPIE (PIE/TE)"},
+                                           {"Percent_INT", "%INT (PAI/TE)"},
+                                           {"r_INT_med", "rINTmed (INTmed/TE)"},
+                                           {"r_INT_ref", "rINTref (INTref/TE)"},
+                                           {"r_PAI", "rPAI (PAI/TE)"}};
+
+constexpr const char* kRatioFootnote =
+    "Ratio statistics are proportions of the total effect (TE) and can be interpreted as "
+    "percentages. Values may not sum to 100% due to rounding; large SEs may indicate unstable "
+    "estimates.";
+constexpr const char* kLogScaleFootnote =
+    "Effects on transformed scale (log outcome). exp(Beta) = multiplicative effect. Example: "
+    "exp(0.567) = 1.76 (76% increase).";
+constexpr const char* kSeparationFootnote =
+    "Note: Very large coefficients or standard errors may indicate possible separation, which "
+    "can make estimates unstable and significance unreliable.";
+constexpr const char* kOrPaiFootnote =
+    "OR_PAI is not defined on the odds-ratio scale, interaction effects are represented by "
+    "OR_INTmed and OR_INTref.";
+
+bool mediatorBinomial(const OutputContext& out) {
+  return out.settings.mediatorDistribution == BINOMIAL;
+}
+bool outcomeNonNormal(const OutputContext& out) {
+  return out.settings.outcomeDistribution != NORMAL;
+}
+
+// Estimate, SE, z, p and limits of one effect from the delta-method map or the bootstrap
+// statistics; absent keys give no row.
+bool lookup(const OutputContext& out, const char* key, bool bootstrap, EffectInference& e) {
+  if (!bootstrap) {
+    auto it = out.results.effects.find(key);
+    if (it == out.results.effects.end()) return false;
+    e = it->second;
+    return true;
+  }
+  auto it = out.results.bootstrap.find(key);
+  if (it == out.results.bootstrap.end()) return false;
+  auto get = [&](const char* name) {
+    auto v = it->second.find(name);
+    return v == it->second.end() ? NAN : v->second;
+  };
+  e.estimate = get("estimate");
+  e.se = get("se");
+  e.z = e.se > 0.0 ? e.estimate / e.se : NAN;
+  e.p = get("p_value");
+  e.lower = get("percentile_ci_lower");
+  e.upper = get("percentile_ci_upper");
+  return true;
+}
+
+// The full layout, or the estimates only when a requested bootstrap did not succeed.
+int writeEffects(const OutputContext& out, const std::string& title,
+                 const std::vector<std::string>& footnotes, const std::vector<EffectRow>& rows,
+                 bool bootstrap, bool estimatesOnly) {
+  TableBuilder t(out.generator, title);
+  for (const std::string& f : footnotes) t.footnote(f);
+  t.rowHeaderLabel("Effect");
+  if (estimatesOnly) {
+    t.column("Estimate");
+  } else {
+    for (const char* c : {"Estimate", "SE", "z", "p-value"}) t.column(c);
+    t.columnGroup(
+        confidenceIntervalLabel(bootstrap ? out.settings.bootstrapCiLevel : out.settings.ciLevel),
+        {"Lower", "Upper"});
+  }
+  for (const EffectRow& row : rows) {
+    EffectInference e;
+    if (!lookup(out, row.key, bootstrap, e)) continue;
+    if (estimatesOnly) {
+      t.row(row.label, {e.estimate});
+    } else {
+      t.row(row.label, {e.estimate, e.se, e.z, e.p, e.lower, e.upper});
+    }
+  }
+  return t.write();
+}
+
+bool bootstrapFailed(const OutputContext& out) {
+  return out.settings.bootstrapGiven && !out.results.flags[FLAG_BOOTSTRAP_SUCCEEDED];
+}
+
+}  // namespace
+
+int writeDecomposition(const OutputContext& out, bool bootstrap) {
+  std::vector<std::string> footnotes;
+  if (bootstrap) {
+    footnotes.push_back("Bootstrap confidence intervals for effects are based on " +
+                        std::to_string(out.settings.nSamples) +
+                        " resamples (bias-corrected method).");
+    if (outcomeNonNormal(out)) footnotes.push_back(kLogScaleFootnote);
+    if (mediatorBinomial(out) && outcomeNonNormal(out)) footnotes.push_back(kOrPaiFootnote);
+    return writeEffects(out, "Decomposition Analysis Results(Bootstrap method)", footnotes,
+                        kDecompositionRows, true, false);
+  }
+  if (outcomeNonNormal(out)) footnotes.push_back(kLogScaleFootnote);
+  if (mediatorBinomial(out) || outcomeNonNormal(out)) footnotes.push_back(kSeparationFootnote);
+  if (mediatorBinomial(out) && outcomeNonNormal(out)) footnotes.push_back(kOrPaiFootnote);
+  const bool estimatesOnly = bootstrapFailed(out);
+  return writeEffects(
+      out, estimatesOnly ? "Decomposition Analysis" : "Decomposition Analysis (Delta method)",
+      footnotes, kDecompositionRows, false, estimatesOnly);
+}
+
+int writeInteractionEffects(const OutputContext& out, bool bootstrap) {
+  std::vector<std::string> footnotes;
+  if (bootstrap && outcomeNonNormal(out)) footnotes.push_back(kLogScaleFootnote);
+  return writeEffects(out,
+                      bootstrap ? "Interaction Effects Analysis (Bootstrap method)"
+                                : "Interaction Effects Analysis",
+                      footnotes, kInteractionRows, bootstrap, !bootstrap && bootstrapFailed(out));
+}
+
+int writeRatioStatistics(const OutputContext& out, bool bootstrap) {
+  return writeEffects(out,
+                      bootstrap ? "Ratio Statistics (Bootstrap method)"
+                                : "Ratio Statistics (All Decomposition Proportions)",
+                      {kRatioFootnote}, kRatioRows, bootstrap, !bootstrap && bootstrapFailed(out));
+}
+
+}  // namespace medanlys

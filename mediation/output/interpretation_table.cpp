@@ -1,0 +1,76 @@
+// "Effect Interpretation": the direct, indirect and total effects and the proportion
+// mediated restated in sentences.
+#include <cmath>
+
+#include "output/output_context.h"
+#include "output/table_builder.h"
+
+namespace medanlys {
+namespace {
+
+constexpr const char* kEmDash = "\u2014";
+constexpr const char* kArrow = "\u2192";
+constexpr double kRatioOneTolerance = 5e-5;  // a ratio that shows as 1.0000 has no effect
+
+double estimateOf(const OutputContext& out, const std::string& key) {
+  auto it = out.results.effects.find(key);
+  return it == out.results.effects.end() ? NAN : it->second.estimate;
+}
+
+// "OR_", "RR_" or "IRR_" by the outcome's family and link.
+std::string ratioPrefix(const MediationSettings& s) {
+  if (s.outcomeDistribution == BINOMIAL) return s.outcomeLink == LOG ? "RR_" : "OR_";
+  return "IRR_";
+}
+
+// "increases odds by 23.10%" and the like for a ratio.
+std::string ratioPhrase(double ratio, bool count) {
+  if (std::fabs(ratio - 1.0) < kRatioOneTolerance) return "has no effect (ratio = 1.0)";
+  const std::string noun = count ? "incidence rate" : "odds";
+  const std::string verb = ratio > 1.0 ? "increases " : "decreases ";
+  return verb + noun + " by " + formatValue(std::fabs(ratio - 1.0) * 100.0) + "%";
+}
+
+}  // namespace
+
+int writeEffectInterpretation(const OutputContext& out) {
+  const MediationSettings& s = out.settings;
+  TableBuilder t(out.generator, "Effect Interpretation");
+  for (const char* c : {"Effect", "Value", "Interpretation"}) t.column(c);
+  const std::string path = "('" + s.predictorVar + "'" + kArrow + "'" + s.mediatorVar + "')";
+
+  if (s.outcomeDistribution == NORMAL) {
+    t.row(" ", {std::string("Outcome \u2014 continuous (linear scale)"), std::string(" "),
+                "Mediator: " + s.mediatorVar});
+    const double nde = estimateOf(out, "NDE"), nie = estimateOf(out, "NIE");
+    t.row(" ", {std::string("Direct Effect (NDE)"), nde,
+                std::string("Exposure ") + (nde > 0 ? "increases" : "decreases") +
+                    " the outcome by " + formatValue(std::fabs(nde)) + " units"});
+    t.row(" ", {std::string("Indirect Effect (NIE)"), nie,
+                "Through mediator " + path + ": " + (nie > 0 ? "increases" : "decreases") + " by " +
+                    formatValue(std::fabs(nie)) + " units"});
+    t.row(" ", {std::string("Total Effect (TE)"), estimateOf(out, "TE"), std::string(kEmDash)});
+    t.row(" ", {std::string("Proportion Mediated"), estimateOf(out, "PM"), std::string(kEmDash)});
+    return t.write();
+  }
+
+  const bool count = s.outcomeDistribution == POISSON || s.outcomeDistribution == NEGBIN;
+  const bool binaryMediator = s.mediatorDistribution == BINOMIAL;
+  // The binary-mediator strategies keep their ratio effects under the OR_ names.
+  const std::string prefix = binaryMediator ? "OR_" : ratioPrefix(s);
+  std::string caption = count ? "Outcome \u2014 count" : "Outcome \u2014 binary";
+  std::string coding = binaryMediator ? "Outcome: " + s.outcomeVar : "Mediator: " + s.mediatorVar;
+  if (!count) coding += " (reference 0, event 1)";
+  t.row(" ", {caption, std::string(" "), coding});
+  const double nde = estimateOf(out, prefix + "NDE"), nie = estimateOf(out, prefix + "NIE");
+  t.row(" ", {std::string("Direct Effect (NDE)"), nde, "Exposure " + ratioPhrase(nde, count)});
+  t.row(" ", {std::string("Indirect Effect (NIE)"), nie,
+              (binaryMediator ? std::string("via mediator ") : "Through mediator " + path + ": ") +
+                  ratioPhrase(nie, count)});
+  t.row(" ",
+        {std::string("Total Effect (TE)"), estimateOf(out, prefix + "TE"), std::string(kEmDash)});
+  t.row(" ", {std::string("Proportion Mediated"), estimateOf(out, "PM"), std::string(kEmDash)});
+  return t.write();
+}
+
+}  // namespace medanlys

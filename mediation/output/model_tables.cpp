@@ -1,0 +1,103 @@
+// "Mediation Regression Model Summary", "Outcome Regression Model Summary" (linear forms)
+// and the covariance matrices of the two models.
+#include <algorithm>
+
+#include "output/output_context.h"
+#include "output/table_builder.h"
+
+namespace medanlys {
+namespace {
+
+// Parameter labels in model order. Mediator: "Intercept (Beta0)", "<A> (Beta1)",
+// "Covariate 2 (Beta2)", ...; outcome: "Intercept (Theta0)", "<A> (Theta1)", "<M> (Theta2)",
+// "<A> x <M> (Theta3)", "Covariate 4 (Theta4)", ...
+std::vector<std::string> parameterLabels(const OutputContext& out, bool outcome,
+                                         bool withIntercept = true) {
+  const MediationSettings& s = out.settings;
+  const std::string symbol = outcome ? "Theta" : "Beta";
+  std::vector<std::string> labels;
+  labels.push_back(withIntercept ? "Intercept (" + symbol + "0)" : "Intercept");
+  labels.push_back(s.predictorVar + " (" + symbol + "1)");
+  std::size_t first = 2;
+  if (outcome) {
+    labels.push_back(s.mediatorVar + " (Theta2)");
+    if (s.interaction) labels.push_back(s.predictorVar + " x " + s.mediatorVar + " (Theta3)");
+    first = 4;
+  }
+  const WlsFit& fit = outcome ? out.results.outcomeFit : out.results.mediatorFit;
+  const std::size_t covariates = fit.coefficients.size() - labels.size();
+  for (std::size_t i = 0; i < covariates; ++i) {
+    const std::string index = std::to_string(first + i);
+    labels.push_back("Covariate " + index + " (" + symbol + index + ")");
+  }
+  return labels;
+}
+
+int writeLinearModel(const OutputContext& out, bool outcome) {
+  const WlsFit& fit = outcome ? out.results.outcomeFit : out.results.mediatorFit;
+  TableBuilder t(out.generator, outcome ? "Outcome Regression Model Summary"
+                                        : "Mediation Regression Model Summary");
+  t.footnote(outcome ? "Theta coefficients on transformtype(outcome) scale. exp(Theta) = "
+                       "multiplicative effect if log-transformed."
+                     : "Beta coefficients on transformtype(mediator) scale");
+  t.rowHeaderLabel("Parameter");
+  t.columnGroup("Robust", {"Estimate", "Robust SE", "t statistic"});
+  t.columnGroup("Model-based", {"Estimate", "Model SE", "t statistic"});
+  const std::vector<std::string> labels = parameterLabels(out, outcome);
+  for (std::size_t j = 0; j < fit.coefficients.size(); ++j) {
+    t.row(labels[j], {fit.coefficients[j], fit.seRobust[j], fit.tRobust[j], fit.coefficients[j],
+                      fit.seModel[j], fit.tModel[j]});
+  }
+  const LinearDiagnostics& d = fit.diagnostics;
+  t.row("R Square", {fit.r2});
+  t.row("Adj R Square", {fit.adjR2});
+  t.row("DW", {d.durbinWatson});
+  t.row("VIF", {d.vifMax});
+  t.row("JB p-value", {d.jarqueBeraP});
+  t.row("Influential Cases", {Count{static_cast<double>(d.influentialCases)}});
+  return t.write();
+}
+
+constexpr std::size_t kMaxCovarianceOrder = 100;
+
+int writeCovariance(const OutputContext& out, bool outcome) {
+  const WlsFit& fit = outcome ? out.results.outcomeFit : out.results.mediatorFit;
+  const bool robust = out.settings.covb == COVB_ROBUST;
+  const Matrix& cov = robust ? fit.covRobust : fit.covModel;
+  const std::size_t order = cov.size1();
+  const std::size_t shown = std::min(order, kMaxCovarianceOrder);
+  std::vector<std::string> labels = parameterLabels(out, outcome, false);
+  // Labels that do not match the matrix leave the extra rows and columns their index.
+  const bool mismatch = labels.size() != order;
+  for (std::size_t j = labels.size(); j < shown; ++j) labels.push_back(std::to_string(j + 1));
+
+  TableBuilder t(out.generator,
+                 outcome ? "Covariance matrix - outcome" : "Covariance matrix - mediator",
+                 kMinCovarianceColumnWidth);
+  if (order > kMaxCovarianceOrder) {
+    t.footnote("First " + std::to_string(kMaxCovarianceOrder) + " rows and columns are printed.");
+  }
+  t.footnote("Covariance matrix of parameter estimates.");
+  if (mismatch) t.footnote("Note: Parameter names provided do not match matrix dimensions.");
+  t.rowHeaderLabel("Parameter");
+  t.columnDimensionLabel(robust ? "Robust" : "Model-based");
+  for (std::size_t j = 0; j < shown; ++j) t.column(labels[j]);
+  for (std::size_t i = 0; i < shown; ++i) {
+    std::vector<CellValue> row;
+    for (std::size_t j = 0; j < shown; ++j) row.emplace_back(cov(i, j));
+    t.row(labels[i], row);
+  }
+  return t.write();
+}
+
+}  // namespace
+
+int writeLinearMediatorModel(const OutputContext& out) { return writeLinearModel(out, false); }
+int writeLinearOutcomeModel(const OutputContext& out) { return writeLinearModel(out, true); }
+
+int writeCovarianceMatrices(const OutputContext& out) {
+  writeCovariance(out, false);
+  return writeCovariance(out, true);
+}
+
+}  // namespace medanlys
