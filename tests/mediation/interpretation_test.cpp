@@ -1,0 +1,71 @@
+// The sentences of "Effect Interpretation" in its three variants.
+#include <gtest/gtest.h>
+
+#include "module_fixture.h"
+#include "output/output_context.h"
+#include "stathost/universal_parser.h"
+#include "syntax/command_description_builder.h"
+
+namespace {
+
+using namespace medanlys;
+using nlohmann::json;
+
+class Interpretation : public testsupport::ModuleTest {
+ protected:
+  // The interpretation table for hand-made effects under the settings of a command.
+  json table(const std::string& variables, const std::string& medmodel, const std::string& outmodel,
+             const std::map<std::string, double>& estimates) {
+    stathost::CommandDescriptor grammar("MEDIATION ANALYSIS");
+    CommandDescriptionBuilder builder(grammar);
+    for (int i = 0; i < CommandDescriptionBuilder::kSubcommandCount; ++i) builder.declare(i);
+    stathost::STAX_TokenSequence tokens(testsupport::validCommand(variables, medmodel, outmodel),
+                                        1);
+    stathost::CommandSpec spec;
+    stathost::UniversalParser parser(tokens, spec, grammar);
+    EXPECT_EQ(parser.getCommandSpecifications(), 0);
+    stathost::ProcedureDataSource source;
+    MediationSettings settings(spec, grammar, source);
+    for (int i = 0; i < CommandDescriptionBuilder::kSubcommandCount; ++i)
+      settings.prepareInputSetting(i);
+    MediationCaseData results;
+    for (const auto& [name, value] : estimates) results.effects[name].estimate = value;
+    stathost::StatJSONGenerator generator("Mediation Analysis");
+    writeEffectInterpretation(OutputContext{generator, settings, results});
+    return json::parse(generator.getProcedureStatJSON())["items"][0];
+  }
+};
+
+TEST_F(Interpretation, LinearVariantWithANegativeDirectEffect) {
+  const json t = table("", "", "", {{"NDE", -0.25}, {"NIE", 0.5}, {"TE", 0.25}, {"PM", 200}});
+  EXPECT_EQ(t["title"], "Effect Interpretation");
+  EXPECT_EQ(t["columns"], json::parse(R"([["Effect"],["Value"],["Interpretation"]])"));
+  EXPECT_EQ(t["cells"][0][0]["text"], "Outcome \u2014 continuous (linear scale)");
+  EXPECT_EQ(t["cells"][1][2]["text"], "Exposure decreases the outcome by 0.2500 units");
+  EXPECT_EQ(t["cells"][2][2]["text"], "Through mediator ('x'\u2192'm'): increases by 0.5000 units");
+  EXPECT_EQ(t["cells"][3][2]["text"], "\u2014");
+  EXPECT_EQ(t["cells"][4][1]["text"], "200.0000");
+}
+
+TEST_F(Interpretation, RatioVariantWithMediatorWording) {
+  const json t =
+      table("OUTCOMEVAR=bin MEDIATORVAR=m PREDICTORVAR=x", "", "DISTRIBUTION=BINOMIAL LINK=LOGIT",
+            {{"OR_NDE", 1.0}, {"OR_NIE", 0.8}, {"OR_TE", 0.8}, {"PM", 50}});
+  EXPECT_EQ(t["cells"][0][0]["text"], "Outcome \u2014 binary");
+  EXPECT_EQ(t["cells"][0][2]["text"], "Mediator: m (reference 0, event 1)");
+  EXPECT_EQ(t["cells"][1][2]["text"], "Exposure has no effect (ratio = 1.0)");
+  EXPECT_EQ(t["cells"][2][2]["text"],
+            "Through mediator ('x'\u2192'm'): decreases odds by 20.0000%");
+}
+
+TEST_F(Interpretation, RatioVariantWithOutcomeWordingForACountOutcome) {
+  const json t = table("OUTCOMEVAR=cnt MEDIATORVAR=bin PREDICTORVAR=x", "DISTRIBUTION=BINOMIAL",
+                       "DISTRIBUTION=POISSON LINK=LOG",
+                       {{"OR_NDE", 1.5}, {"OR_NIE", 1.1}, {"OR_TE", 1.65}, {"PM", 20}});
+  EXPECT_EQ(t["cells"][0][0]["text"], "Outcome \u2014 count");
+  EXPECT_EQ(t["cells"][0][2]["text"], "Outcome: cnt");
+  EXPECT_EQ(t["cells"][1][2]["text"], "Exposure increases incidence rate by 50.0000%");
+  EXPECT_EQ(t["cells"][2][2]["text"], "via mediator increases incidence rate by 10.0000%");
+}
+
+}  // namespace
