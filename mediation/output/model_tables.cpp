@@ -1,22 +1,18 @@
 // "Mediation Regression Model Summary", "Outcome Regression Model Summary" (linear forms)
 // and the covariance matrices of the two models.
 #include <algorithm>
+#include <cmath>
 
 #include "output/output_context.h"
 #include "output/table_builder.h"
 
 namespace medanlys {
-namespace {
 
-// Parameter labels in model order. Mediator: "Intercept (Beta0)", "<A> (Beta1)",
-// "Covariate 2 (Beta2)", ...; outcome: "Intercept (Theta0)", "<A> (Theta1)", "<M> (Theta2)",
-// "<A> x <M> (Theta3)", "Covariate 4 (Theta4)", ...
-std::vector<std::string> parameterLabels(const OutputContext& out, bool outcome,
-                                         bool withIntercept = true) {
-  const MediationSettings& s = out.settings;
+std::vector<std::string> parameterLabels(const MediationSettings& s, bool outcome,
+                                         std::size_t count, bool symbolOnIntercept) {
   const std::string symbol = outcome ? "Theta" : "Beta";
   std::vector<std::string> labels;
-  labels.push_back(withIntercept ? "Intercept (" + symbol + "0)" : "Intercept");
+  labels.push_back(symbolOnIntercept ? "Intercept (" + symbol + "0)" : "Intercept");
   labels.push_back(s.predictorVar + " (" + symbol + "1)");
   std::size_t first = 2;
   if (outcome) {
@@ -24,14 +20,14 @@ std::vector<std::string> parameterLabels(const OutputContext& out, bool outcome,
     if (s.interaction) labels.push_back(s.predictorVar + " x " + s.mediatorVar + " (Theta3)");
     first = 4;
   }
-  const WlsFit& fit = outcome ? out.results.outcomeFit : out.results.mediatorFit;
-  const std::size_t covariates = fit.coefficients.size() - labels.size();
-  for (std::size_t i = 0; i < covariates; ++i) {
+  for (std::size_t i = 0; labels.size() < count; ++i) {
     const std::string index = std::to_string(first + i);
     labels.push_back("Covariate " + index + " (" + symbol + index + ")");
   }
   return labels;
 }
+
+namespace {
 
 int writeLinearModel(const OutputContext& out, bool outcome) {
   const WlsFit& fit = outcome ? out.results.outcomeFit : out.results.mediatorFit;
@@ -43,7 +39,8 @@ int writeLinearModel(const OutputContext& out, bool outcome) {
   t.rowHeaderLabel("Parameter");
   t.columnGroup("Robust", {"Estimate", "Robust SE", "t statistic"});
   t.columnGroup("Model-based", {"Estimate", "Model SE", "t statistic"});
-  const std::vector<std::string> labels = parameterLabels(out, outcome);
+  const std::vector<std::string> labels =
+      parameterLabels(out.settings, outcome, fit.coefficients.size());
   for (std::size_t j = 0; j < fit.coefficients.size(); ++j) {
     t.row(labels[j], {fit.coefficients[j], fit.seRobust[j], fit.tRobust[j], fit.coefficients[j],
                       fit.seModel[j], fit.tModel[j]});
@@ -66,9 +63,10 @@ int writeCovariance(const OutputContext& out, bool outcome) {
   const Matrix& cov = robust ? fit.covRobust : fit.covModel;
   const std::size_t order = cov.size1();
   const std::size_t shown = std::min(order, kMaxCovarianceOrder);
-  std::vector<std::string> labels = parameterLabels(out, outcome, false);
+  const std::size_t parameters = fit.coefficients.size();
+  std::vector<std::string> labels = parameterLabels(out.settings, outcome, parameters, false);
   // Labels that do not match the matrix leave the extra rows and columns their index.
-  const bool mismatch = labels.size() != order;
+  const bool mismatch = parameters != order;
   for (std::size_t j = labels.size(); j < shown; ++j) labels.push_back(std::to_string(j + 1));
 
   TableBuilder t(out.generator,
@@ -94,6 +92,57 @@ int writeCovariance(const OutputContext& out, bool outcome) {
 
 int writeLinearMediatorModel(const OutputContext& out) { return writeLinearModel(out, false); }
 int writeLinearOutcomeModel(const OutputContext& out) { return writeLinearModel(out, true); }
+
+int writeLogisticMediatorModel(const OutputContext& out, const GlmModelTable& model) {
+  TableBuilder t(out.generator, "Mediation Regression Model Summary");
+  t.rowHeaderLabel("Parameter");
+  for (const char* c : {"Estimate", "Robust SE", "Model SE", "OR"}) t.column(c);
+  t.columnGroup(confidenceIntervalLabel(out.settings.ciLevel), {"Lower", "Upper"});
+  const std::vector<std::string> labels = parameterLabels(out.settings, false, model.rows.size());
+  for (std::size_t j = 0; j < model.rows.size(); ++j) {
+    const CoefficientRow& r = model.rows[j];
+    t.row(labels[j], {r.estimate, r.robustSE, r.modelSE, std::exp(r.estimate), r.lower, r.upper});
+  }
+  t.row("Pseudo R Square", {model.pseudoR2});
+  t.row("AIC", {model.aic});
+  t.row("BIC", {model.bic});
+  t.row("Deviance", {model.deviance});
+  return t.write();
+}
+
+int writeGlmOutcomeModel(const OutputContext& out, const GlmModelTable& model) {
+  const MediationSettings& s = out.settings;
+  std::string ratio = "IRR", line;
+  if (s.outcomeDistribution == BINOMIAL && s.outcomeLink == LOG) {
+    ratio = "RR";
+    line = "RR = Risk Ratio = exp(Theta) (log link scale).";
+  } else if (s.outcomeDistribution == BINOMIAL) {
+    ratio = "OR";
+    line = "OR = Odds Ratio = exp(Theta) (logit scale).";
+  } else {
+    line = "IRR = Incidence Rate Ratio = exp(Theta) (log link scale).";
+  }
+  TableBuilder t(out.generator, "Outcome Regression Model Summary");
+  t.footnote(line);
+  t.footnote("Theta coefficients on transform type(outcome) scale.");
+  t.rowHeaderLabel("Parameter");
+  t.columnGroup("Robust", {"Estimate", "Robust SE"});
+  t.columnGroup("Model-based", {"Estimate", "Model SE"});
+  t.columnGroup(ratio, {"Exp(Coef)"});
+  t.columnGroup(confidenceIntervalLabel(s.ciLevel), {"Lower", "Upper"});
+  const std::vector<std::string> labels = parameterLabels(s, true, model.rows.size());
+  for (std::size_t j = 0; j < model.rows.size(); ++j) {
+    const CoefficientRow& r = model.rows[j];
+    t.row(labels[j],
+          {r.estimate, r.robustSE, r.estimate, r.modelSE, std::exp(r.estimate), r.lower, r.upper});
+  }
+  t.row("Pseudo R Square", {model.pseudoR2});
+  t.row("AIC", {model.aic});
+  t.row("BIC", {model.bic});
+  t.row("Deviance", {model.deviance});
+  t.row("Dispersion", {model.dispersion});
+  return t.write();
+}
 
 int writeCovarianceMatrices(const OutputContext& out) {
   writeCovariance(out, false);

@@ -1,6 +1,7 @@
 // What every table writer reads: the document, the settings and the results.
 #pragma once
 
+#include <cmath>
 #include <string>
 #include <vector>
 
@@ -21,12 +22,34 @@ std::string confidenceIntervalLabel(int level);
 // A number as the tables show it (4 decimals, "." when not finite).
 std::string formatValue(double value);
 
+// Coefficients and fit statistics of a logistic or generalised linear model, for the model
+// tables; the strategies that fit such models fill it.
+struct CoefficientRow {
+  double estimate = NAN;
+  double robustSE = NAN;
+  double modelSE = NAN;
+  double lower = NAN;  // confidence limits of exp(estimate)
+  double upper = NAN;
+};
+struct GlmModelTable {
+  std::vector<CoefficientRow> rows;  // in model order, labelled like the linear tables
+  double pseudoR2 = NAN, aic = NAN, bic = NAN, deviance = NAN, dispersion = NAN;
+};
+
+// Parameter labels of a model with `count` coefficients: "Intercept (Beta0)",
+// "<A> (Beta1)", "Covariate 2 (Beta2)", ... or "Intercept (Theta0)", "<A> (Theta1)",
+// "<M> (Theta2)", "<A> x <M> (Theta3)", "Covariate 4 (Theta4)", ...
+std::vector<std::string> parameterLabels(const MediationSettings& s, bool outcome,
+                                         std::size_t count, bool symbolOnIntercept = true);
+
 // The tables of the run, each under its own condition; return the host status.
 int writeCaseSummary(const OutputContext& out);
 int writeDescriptives(const OutputContext& out);
 int writeExposureStatistics(const OutputContext& out);
 int writeLinearMediatorModel(const OutputContext& out);
 int writeLinearOutcomeModel(const OutputContext& out);
+int writeLogisticMediatorModel(const OutputContext& out, const GlmModelTable& model);
+int writeGlmOutcomeModel(const OutputContext& out, const GlmModelTable& model);
 int writeCovarianceMatrices(const OutputContext& out);
 int writeDecomposition(const OutputContext& out, bool bootstrap);
 int writeInteractionEffects(const OutputContext& out, bool bootstrap);

@@ -1,6 +1,8 @@
 // The sentences of "Effect Interpretation" in its three variants.
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "module_fixture.h"
 #include "output/output_context.h"
 #include "stathost/universal_parser.h"
@@ -16,6 +18,16 @@ class Interpretation : public testsupport::ModuleTest {
   // The interpretation table for hand-made effects under the settings of a command.
   json table(const std::string& variables, const std::string& medmodel, const std::string& outmodel,
              const std::map<std::string, double>& estimates) {
+    return write(variables, medmodel, outmodel,
+                 [&](const OutputContext& out, MediationCaseData& results) {
+                   for (const auto& [name, value] : estimates)
+                     results.effects[name].estimate = value;
+                   writeEffectInterpretation(out);
+                 });
+  }
+
+  json write(const std::string& variables, const std::string& medmodel, const std::string& outmodel,
+             const std::function<void(const OutputContext&, MediationCaseData&)>& writer) {
     stathost::CommandDescriptor grammar("MEDIATION ANALYSIS");
     CommandDescriptionBuilder builder(grammar);
     for (int i = 0; i < CommandDescriptionBuilder::kSubcommandCount; ++i) builder.declare(i);
@@ -29,9 +41,8 @@ class Interpretation : public testsupport::ModuleTest {
     for (int i = 0; i < CommandDescriptionBuilder::kSubcommandCount; ++i)
       settings.prepareInputSetting(i);
     MediationCaseData results;
-    for (const auto& [name, value] : estimates) results.effects[name].estimate = value;
     stathost::StatJSONGenerator generator("Mediation Analysis");
-    writeEffectInterpretation(OutputContext{generator, settings, results});
+    writer(OutputContext{generator, settings, results}, results);
     return json::parse(generator.getProcedureStatJSON())["items"][0];
   }
 };
@@ -66,6 +77,51 @@ TEST_F(Interpretation, RatioVariantWithOutcomeWordingForACountOutcome) {
   EXPECT_EQ(t["cells"][0][2]["text"], "Outcome: cnt");
   EXPECT_EQ(t["cells"][1][2]["text"], "Exposure increases incidence rate by 50.0000%");
   EXPECT_EQ(t["cells"][2][2]["text"], "via mediator increases incidence rate by 10.0000%");
+}
+
+GlmModelTable threeCoefficients() {
+  GlmModelTable m;
+  m.rows = {{0.1, 0.02, 0.03, 1.0, 1.2}, {0.5, 0.1, 0.11, 1.3, 2.0}, {-0.2, 0.05, 0.06, 0.7, 0.9}};
+  m.pseudoR2 = 0.12;
+  m.aic = 500.5;
+  m.bic = 510.25;
+  m.deviance = 490.5;
+  m.dispersion = 1.0;
+  return m;
+}
+
+TEST_F(Interpretation, GlmOutcomeTableForTheLogLink) {
+  const json t =
+      write("OUTCOMEVAR=bin MEDIATORVAR=m PREDICTORVAR=x(INTERACTION=FALSE)", "",
+            "DISTRIBUTION=BINOMIAL LINK=LOG", [](const OutputContext& out, MediationCaseData&) {
+              writeGlmOutcomeModel(out, threeCoefficients());
+            });
+  EXPECT_EQ(t["title"], "Outcome Regression Model Summary");
+  EXPECT_EQ(t["footnotes"][0]["text"], "RR = Risk Ratio = exp(Theta) (log link scale).");
+  EXPECT_EQ(t["footnotes"][1]["text"], "Theta coefficients on transform type(outcome) scale.");
+  const json columns =
+      json::parse(R"J([["Robust","Estimate"],["Robust","Robust SE"],["Model-based","Estimate"],)J"
+                  R"J(["Model-based","Model SE"],["RR","Exp(Coef)"],)J"
+                  R"J(["95% Confidence Interval","Lower"],["95% Confidence Interval","Upper"]])J");
+  EXPECT_EQ(t["columns"], columns);
+  EXPECT_EQ(t["rows"][2][0], "m (Theta2)");
+  EXPECT_EQ(t["rows"].back()[0], "Dispersion");
+  EXPECT_EQ(t["cells"][1][4]["text"], "1.6487");  // exp(0.5)
+}
+
+TEST_F(Interpretation, LogisticMediatorTable) {
+  const json t = write("OUTCOMEVAR=y MEDIATORVAR=bin PREDICTORVAR=x", "DISTRIBUTION=BINOMIAL", "",
+                       [](const OutputContext& out, MediationCaseData&) {
+                         writeLogisticMediatorModel(out, threeCoefficients());
+                       });
+  const json columns =
+      json::parse(R"J([["Estimate"],["Robust SE"],["Model SE"],["OR"],)J"
+                  R"J(["95% Confidence Interval","Lower"],["95% Confidence Interval","Upper"]])J");
+  const json rows = json::parse(R"J([["Intercept (Beta0)"],["x (Beta1)"],["Covariate 2 (Beta2)"],)J"
+                                R"J(["Pseudo R Square"],["AIC"],["BIC"],["Deviance"]])J");
+  EXPECT_EQ(t["columns"], columns);
+  EXPECT_EQ(t["rows"], rows);
+  EXPECT_TRUE(t["footnotes"].empty());
 }
 
 }  // namespace
