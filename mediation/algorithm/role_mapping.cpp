@@ -19,7 +19,8 @@ std::vector<Column> dummyCodeFactors(const std::vector<Column>& factors,
     for (std::size_t l = 1; l < levels.size(); ++l) {
       coding.levels.push_back(levels[l]);
       Column dummy(factors[f].size());
-      for (std::size_t i = 0; i < dummy.size(); ++i) dummy[i] = factors[f][i] == levels[l] ? 1.0 : 0.0;
+      for (std::size_t i = 0; i < dummy.size(); ++i)
+        dummy[i] = factors[f][i] == levels[l] ? 1.0 : 0.0;
       dummies.push_back(std::move(dummy));
     }
     codings.push_back(std::move(coding));

@@ -20,7 +20,7 @@ struct RoleMapping {
   Column outcome;
   Column mediator;
   Column exposure;
-  Column unused;                  // left empty by the driver
+  Column unused;                   // left empty by the driver
   std::vector<Column> covariates;  // WITH, in command order
   // BY, as dummy columns: factor by factor in command order, each factor's levels in
   // ascending order, the reference level left out.

@@ -28,10 +28,14 @@ class VariableRoleMapper {
   const std::vector<std::string>& listNames(const std::string& role) const {
     return lookup(listNames_, role);
   }
-  const std::vector<Column>& listData(const std::string& role) const { return lookup(listData_, role); }
+  const std::vector<Column>& listData(const std::string& role) const {
+    return lookup(listData_, role);
+  }
   int index(const std::string& variable) const { return lookup(indexMapping_, variable); }
 
-  void setRoleName(const std::string& role, const std::string& variable) { roleNames_[role] = variable; }
+  void setRoleName(const std::string& role, const std::string& variable) {
+    roleNames_[role] = variable;
+  }
   void setRoleData(const std::string& role, Column data) { roleData_[role] = std::move(data); }
   void setListNames(const std::string& role, std::vector<std::string> names) {
     listNames_[role] = std::move(names);

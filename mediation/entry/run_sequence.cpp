@@ -51,7 +51,7 @@ int runMediationAnalysis() {
   stathost::CommandDescriptor command("MEDIATION ANALYSIS");
   stathost::STAX_TokenSequence tokens(true);
   CommandDescriptionBuilder builder(command);
-  std::optional<stathost::CommandSpec> spec;
+  std::optional<stathost::CommandSpec> parsed;
   std::optional<stathost::UniversalParser> parser;
   std::optional<MediationSettings> settings;
   std::optional<MediationCaseData> results;
@@ -59,11 +59,11 @@ int runMediationAnalysis() {
 
   if (describe(builder) != 0) return 1;
 
-  spec.emplace();
-  parser.emplace(tokens, *spec, command);
+  parsed.emplace();
+  parser.emplace(tokens, *parsed, command);
   if (parser->getCommandSpecifications() != 0) return 1;
 
-  settings.emplace(*spec, command, source);
+  settings.emplace(*parsed, command, source);
   if (configure(*settings) != 0) return 1;
 
   results.emplace();

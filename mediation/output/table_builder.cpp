@@ -49,15 +49,15 @@ int TableBuilder::write() {
   if (!columnLabel_.empty()) columns.set_label(columnLabel_);
   columns.setShowLabel(!columnLabel_.empty());
   std::vector<std::unique_ptr<Descendants>> groups;
-  for (const ColumnSpec& spec : columns_) {
+  for (const ColumnSpec& column : columns_) {
     Descendants* parent = &columns;
-    if (spec.grouped) {
+    if (column.grouped) {
       groups.push_back(std::make_unique<Descendants>(&table));
-      groups.back()->set_label(spec.group);
+      groups.back()->set_label(column.group);
       columns.addDescendants(groups.back().get());
       parent = groups.back().get();
     }
-    for (const std::string& label : spec.labels) {
+    for (const std::string& label : column.labels) {
       Cell cell = labelCell(label);
       parent->addCell(&cell);
     }
@@ -68,29 +68,29 @@ int TableBuilder::write() {
   rows.setShowLabel(false);
   Descendants* currentGroup = nullptr;
   std::string currentGroupName;
-  for (const RowSpec& spec : rows_) {
+  for (const RowSpec& row : rows_) {
     Descendants* parent = &rows;
-    if (!spec.group.empty()) {
-      if (!currentGroup || currentGroupName != spec.group) {
+    if (!row.group.empty()) {
+      if (!currentGroup || currentGroupName != row.group) {
         groups.push_back(std::make_unique<Descendants>(&table));
         currentGroup = groups.back().get();
-        currentGroupName = spec.group;
-        currentGroup->set_label(spec.group);
+        currentGroupName = row.group;
+        currentGroup->set_label(row.group);
         rows.addDescendants(currentGroup);
       }
       parent = currentGroup;
     } else {
       currentGroup = nullptr;
     }
-    Cell cell = labelCell(spec.label);
+    Cell cell = labelCell(row.label);
     parent->addCell(&cell);
   }
 
   Cells cells(&table);
-  for (const RowSpec& spec : rows_) {
+  for (const RowSpec& content : rows_) {
     std::vector<Cell> row;
-    row.reserve(spec.cells.size());
-    for (const CellValue& value : spec.cells) {
+    row.reserve(content.cells.size());
+    for (const CellValue& value : content.cells) {
       row.emplace_back(&table, stathost::CELL_DATA);
       if (const double* number = std::get_if<double>(&value)) {
         row.back().setValue(*number);

@@ -16,8 +16,8 @@ constexpr auto kBoundOnCount = static_cast<stathost::LowerBdryOptions>(1);
 constexpr auto kBoundOnTolerance = static_cast<stathost::LowerBdryOptions>(2);
 constexpr auto kUpperBound = static_cast<stathost::UpperBdryOptions>(1);
 
-ParamDescriptor param(const char* name, int spec, bool first, bool second) {
-  return ParamDescriptor(name, static_cast<ParamSpec>(spec), first, second, kNoBrackets);
+ParamDescriptor param(const char* name, int kind, bool first, bool second) {
+  return ParamDescriptor(name, static_cast<ParamSpec>(kind), first, second, kNoBrackets);
 }
 
 ParamDescriptor keywordList(const char* name, std::initializer_list<const char*> values) {
@@ -56,14 +56,22 @@ CommandDescriptionBuilder::CommandDescriptionBuilder(stathost::CommandDescriptor
 
 int CommandDescriptionBuilder::declare(int index) {
   switch (index) {
-    case 0: return declareVariables();
-    case 1: return declareMediatorModel();
-    case 2: return declareOutcomeModel();
-    case 3: return declareCriteria();
-    case 4: return declarePrint();
-    case 5: return declarePlot();
-    case 6: return declareBootstrap();
-    default: return 1;
+    case 0:
+      return declareVariables();
+    case 1:
+      return declareMediatorModel();
+    case 2:
+      return declareOutcomeModel();
+    case 3:
+      return declareCriteria();
+    case 4:
+      return declarePrint();
+    case 5:
+      return declarePlot();
+    case 6:
+      return declareBootstrap();
+    default:
+      return 1;
   }
 }
 
@@ -121,10 +129,14 @@ int CommandDescriptionBuilder::declareCriteria() {
 
 int CommandDescriptionBuilder::declarePrint() {
   SubComDescriptor sub("PRINT", static_cast<SubComSpec>(1), false, false);
-  const char* keywords[] = {"MEDIATION_REGRESSION_MODEL", "OUTCOME_REGRESSION_MODEL",
-                            "EXPOSURE_STATS",             "DECOMP_RESULTS",
-                            "INTERACTION_EFFECTS",        "RATIO_STATS",
-                            "COV_MATRIX",                 "CASE_SUMMARY",
+  const char* keywords[] = {"MEDIATION_REGRESSION_MODEL",
+                            "OUTCOME_REGRESSION_MODEL",
+                            "EXPOSURE_STATS",
+                            "DECOMP_RESULTS",
+                            "INTERACTION_EFFECTS",
+                            "RATIO_STATS",
+                            "COV_MATRIX",
+                            "CASE_SUMMARY",
                             "DESCRIPTIVES"};
   for (int i = 0; i < 9; ++i) sub.addParamDesc(param(keywords[i], 0, i < 3, false));
   command_.addSubComDesc(sub);

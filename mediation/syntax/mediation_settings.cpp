@@ -37,10 +37,13 @@ const char* distributionName(int distribution) {
 
 MediationStopProcessor::~MediationStopProcessor() = default;
 
-MediationSettings::MediationSettings(const stathost::CommandSpec& spec,
+MediationSettings::MediationSettings(const stathost::CommandSpec& parsed,
                                      const stathost::CommandDescriptor& grammar,
                                      stathost::ProcedureDataSource& source)
-    : spec_(spec), grammar_(grammar), source_(source), splitFile_("SPLIT FILE", source, "", "", 0) {
+    : parsed_(parsed),
+      grammar_(grammar),
+      source_(source),
+      splitFile_("SPLIT FILE", source, "", "", 0) {
   messages_.SetCommandName("MEDIATION ANALYSIS");
   messages_.SetProcedureTitle("Mediation Analysis");
   // Without a stop processor the run goes on, only without cancellation.
@@ -79,7 +82,7 @@ std::string upperValue(const ParamObj& p) { return p.getUpperValueText(); }
 }  // namespace
 
 bool MediationSettings::readMediatorModel() {
-  const SubComObj* sub = spec_.getSubCom("MEDMODEL");
+  const SubComObj* sub = parsed_.getSubCom("MEDMODEL");
   if (!sub) {
     messages_.GenericError("Subcommand ^1 is required.", "MEDMODEL");
     return false;
@@ -134,7 +137,7 @@ bool MediationSettings::readMediatorModel() {
 }
 
 bool MediationSettings::readOutcomeModel() {
-  const SubComObj* sub = spec_.getSubCom("OUTMODEL");
+  const SubComObj* sub = parsed_.getSubCom("OUTMODEL");
   if (!sub) {
     messages_.GenericError("Subcommand ^1 is required.", "OUTMODEL");
     return false;
@@ -196,7 +199,7 @@ bool MediationSettings::readOutcomeModel() {
 }
 
 bool MediationSettings::readCriteria() {
-  const SubComObj* sub = spec_.getSubCom("CRITERIA");
+  const SubComObj* sub = parsed_.getSubCom("CRITERIA");
   if (!sub) {
     messages_.GenericError("Subcommand ^1 required.", "CRITERIA");
     return false;
@@ -279,14 +282,14 @@ bool MediationSettings::readCriteria() {
 }
 
 bool MediationSettings::readPrint() {
-  const SubComObj* sub = spec_.getSubCom("PRINT");
+  const SubComObj* sub = parsed_.getSubCom("PRINT");
   if (!sub) return false;
   for (int i = 0; i < PRINT_SWITCH_COUNT; ++i) print[i] = sub->hasParam(kPrintKeywords[i]);
   return true;
 }
 
 bool MediationSettings::readPlot() {
-  const SubComObj* sub = spec_.getSubCom("PLOT");
+  const SubComObj* sub = parsed_.getSubCom("PLOT");
   if (!sub) return true;
   auto flag = [](const ParamObj* p, const char* qualifier, const char* whenTrue, bool fallback) {
     const ParamObj* q = p ? p->getQualifier(qualifier) : nullptr;
@@ -312,7 +315,7 @@ bool MediationSettings::readPlot() {
 }
 
 bool MediationSettings::readBootstrap() {
-  const SubComObj* sub = spec_.getSubCom("BOOTSTRAP");
+  const SubComObj* sub = parsed_.getSubCom("BOOTSTRAP");
   if (!sub) {
     bootstrapGiven = false;
     return true;

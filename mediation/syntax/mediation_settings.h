@@ -9,8 +9,8 @@
 
 #include "data/variable_role_mapper.h"
 #include "stathost/command_descriptor.h"
-#include "stathost/command_spec.h"
 #include "stathost/data_source.h"
+#include "stathost/parsed_command.h"
 #include "stathost/parser_message.h"
 #include "stathost/stop_processor.h"
 
@@ -71,7 +71,7 @@ class MediationStopProcessor : public stathost::ACAStopProcessor {
 
 class MediationSettings {
  public:
-  MediationSettings(const stathost::CommandSpec& spec, const stathost::CommandDescriptor& grammar,
+  MediationSettings(const stathost::CommandSpec& parsed, const stathost::CommandDescriptor& grammar,
                     stathost::ProcedureDataSource& source);
   MediationSettings(const MediationSettings&) = delete;
   MediationSettings& operator=(const MediationSettings&) = delete;
@@ -156,7 +156,7 @@ class MediationSettings {
   void registerRoles();
   void summariseCases(bool cleaned);
 
-  const stathost::CommandSpec& spec_;
+  const stathost::CommandSpec& parsed_;
   const stathost::CommandDescriptor& grammar_;
   stathost::ProcedureDataSource& source_;
   stathost::ParserMessage messages_;

@@ -1,4 +1,4 @@
-// The leading variable specification of the command:
+// The leading variable list of the command:
 //   OUTCOMEVAR=y MEDIATORVAR=m(MLEVEL=MEAN|MEDIAN|VALUE(v))
 //   PREDICTORVAR=a(BLEVEL=n ELEVEL=n INTERACTION=TRUE|FALSE)
 //   [OUT_REFERENCE=FIRST|LAST|v] [MED_REFERENCE=FIRST|LAST|v] [BY f1 f2 ...] [WITH c1 c2 ...]
@@ -14,9 +14,8 @@ using stathost::TokenType;
 
 namespace {
 
-const std::set<std::string> kRoleKeywords = {"OUTCOMEVAR",    "MEDIATORVAR",   "PREDICTORVAR",
-                                             "OUT_REFERENCE", "MED_REFERENCE", "WITH",
-                                             "BY"};
+const std::set<std::string> kRoleKeywords = {
+    "OUTCOMEVAR", "MEDIATORVAR", "PREDICTORVAR", "OUT_REFERENCE", "MED_REFERENCE", "WITH", "BY"};
 
 bool isRoleKeyword(const TokenInfoObj& t) {
   return t.is(TokenType::kIdentifier) && kRoleKeywords.count(t.getUpperText()) != 0;
@@ -46,8 +45,8 @@ std::vector<Qualifier> readQualifiers(const std::vector<TokenInfoObj>& t, std::s
           if (depth == 0) break;
           --depth;
         }
-        if (depth == 0 && !q.value.empty() && t[i].is(TokenType::kIdentifier) &&
-            i + 1 < t.size() && t[i + 1].is(TokenType::kEquals)) {
+        if (depth == 0 && !q.value.empty() && t[i].is(TokenType::kIdentifier) && i + 1 < t.size() &&
+            t[i + 1].is(TokenType::kEquals)) {
           break;
         }
         q.value.push_back(t[i]);
@@ -69,7 +68,7 @@ std::string joinText(const std::vector<TokenInfoObj>& tokens) {
 }  // namespace
 
 bool MediationSettings::readVariables() {
-  const stathost::SubComObj* unnamed = spec_.getSubCom("");
+  const stathost::SubComObj* unnamed = parsed_.getSubCom("");
   static const std::vector<TokenInfoObj> kNone;
   const std::vector<TokenInfoObj>& t = unnamed ? unnamed->getTokens() : kNone;
   std::vector<Qualifier> mediatorQualifiers, predictorQualifiers;
@@ -80,8 +79,7 @@ bool MediationSettings::readVariables() {
     const TokenInfoObj& keyword = t[i];
     const std::string key = keyword.getUpperText();
     if (!isRoleKeyword(keyword)) {
-      messages_.GenericError("Unrecognized keyword ^1 in the variable specification.",
-                             keyword.getText());
+      messages_.GenericError("Unrecognized keyword ^1 in the variable list.", keyword.getText());
       return false;
     }
     ++i;
@@ -126,8 +124,9 @@ bool MediationSettings::readVariables() {
     if (key == "OUTCOMEVAR") {
       outcomeVar = name;
       if (!qualifiers.empty()) {
-        messages_.GenericError("^1 is not a valid qualifier of the variable ^2 specified for parameter ^3.",
-                               qualifiers.front().name, name, key);
+        messages_.GenericError(
+            "^1 is not a valid qualifier of the variable ^2 specified for parameter ^3.",
+            qualifiers.front().name, name, key);
         return false;
       }
     } else if (key == "MEDIATORVAR") {
@@ -167,8 +166,9 @@ bool MediationSettings::readVariables() {
   const auto outcomeLevel = outcome->getMeasurementLevel();
   if (outcomeLevel != stathost::MeasureLevel::kScale &&
       outcomeLevel != stathost::MeasureLevel::kNominal) {
-    messages_.GenericError("Outcome variable ^1 must be scale (continuous) or nominal (categorical).",
-                           outcome->getName());
+    messages_.GenericError(
+        "Outcome variable ^1 must be scale (continuous) or nominal (categorical).",
+        outcome->getName());
     return false;
   }
   const STAX_Variable* mediator = lookup(mediatorVar, "MEDIATORVAR");
@@ -211,8 +211,9 @@ bool MediationSettings::readVariables() {
       }
       double v = 0.0;
       if (q.value.size() != 1 || !predictor->parseValue(q.value.front().getText(), v)) {
-        messages_.GenericError("Variable ^1 specified for ^3 has value ^2 of invalid type or format.",
-                               predictor->getName(), joinText(q.value), "PREDICTORVAR");
+        messages_.GenericError(
+            "Variable ^1 specified for ^3 has value ^2 of invalid type or format.",
+            predictor->getName(), joinText(q.value), "PREDICTORVAR");
         return false;
       }
       (baseline ? baselineLevel : exposureLevel) = v;
@@ -221,14 +222,16 @@ bool MediationSettings::readVariables() {
       const std::string value = stathost::toUpperAscii(joinText(q.value));
       if (value != "TRUE" && value != "FALSE") {
         messages_.GenericError(
-            "^4 is not a valid value for qualifier ^3 of the variable ^1 specified for parameter ^2.",
+            "^4 is not a valid value for qualifier ^3 of the variable ^1 specified for parameter "
+            "^2.",
             predictor->getName(), "PREDICTORVAR", "INTERACTION", joinText(q.value));
         return false;
       }
       interaction = value == "TRUE";
     } else {
-      messages_.GenericError("^1 is not a valid qualifier of the variable ^2 specified for parameter ^3.",
-                             q.name, predictor->getName(), "PREDICTORVAR");
+      messages_.GenericError(
+          "^1 is not a valid qualifier of the variable ^2 specified for parameter ^3.", q.name,
+          predictor->getName(), "PREDICTORVAR");
       return false;
     }
   }
@@ -236,8 +239,9 @@ bool MediationSettings::readVariables() {
   // Mediator qualifier MLEVEL.
   for (const Qualifier& q : mediatorQualifiers) {
     if (q.name != "MLEVEL") {
-      messages_.GenericError("^1 is not a valid qualifier of the variable ^2 specified for parameter ^3.",
-                             q.name, mediator->getName(), "MEDIATORVAR");
+      messages_.GenericError(
+          "^1 is not a valid qualifier of the variable ^2 specified for parameter ^3.", q.name,
+          mediator->getName(), "MEDIATORVAR");
       return false;
     }
     if (q.value.empty()) {
@@ -253,8 +257,9 @@ bool MediationSettings::readVariables() {
                q.value[3].is(TokenType::kRightParen)) {
       double v = 0.0;
       if (!mediator->parseValue(q.value[2].getText(), v)) {
-        messages_.GenericError("Variable ^1 specified for ^3 has value ^2 of invalid type or format.",
-                               mediator->getName(), q.value[2].getText(), "MEDIATORVAR");
+        messages_.GenericError(
+            "Variable ^1 specified for ^3 has value ^2 of invalid type or format.",
+            mediator->getName(), q.value[2].getText(), "MEDIATORVAR");
         return false;
       }
       mediatorLevelKind = MediatorLevelKind::kCustom;

@@ -26,11 +26,11 @@ int analyse(const std::string& command, MediationCaseData& results) {
   CommandDescriptionBuilder builder(grammar);
   for (int i = 0; i < CommandDescriptionBuilder::kSubcommandCount; ++i) builder.declare(i);
   stathost::STAX_TokenSequence tokens(command, 1);
-  stathost::CommandSpec spec;
-  stathost::UniversalParser parser(tokens, spec, grammar);
+  stathost::CommandSpec parsed;
+  stathost::UniversalParser parser(tokens, parsed, grammar);
   if (parser.getCommandSpecifications() != 0) return 1;
   stathost::ProcedureDataSource source;
-  MediationSettings settings(spec, grammar, source);
+  MediationSettings settings(parsed, grammar, source);
   for (int i = 0; i < CommandDescriptionBuilder::kSubcommandCount; ++i) {
     if (!settings.prepareInputSetting(i)) return 1;
   }

@@ -100,7 +100,8 @@ TEST(ResampleFits, IdentityResampleEqualsTheFullFit) {
   std::vector<CaseRecord> records(n);
   std::vector<std::size_t> all(n);
   for (std::size_t i = 0; i < n; ++i) {
-    y[i] = 1.0 + 0.5 * a[i] + 2.0 * m[i] + 0.3 * a[i] * m[i] + 0.1 * c[i] + 0.05 * std::cos(3.0 * i);
+    y[i] =
+        1.0 + 0.5 * a[i] + 2.0 * m[i] + 0.3 * a[i] * m[i] + 0.1 * c[i] + 0.05 * std::cos(3.0 * i);
     w[i] = 1.0 + static_cast<double>(i % 3);
     records[i] = CaseRecord{a[i], m[i], y[i], w[i], {c[i]}};
     all[i] = i;

@@ -33,11 +33,11 @@ class Interpretation : public testsupport::ModuleTest {
     for (int i = 0; i < CommandDescriptionBuilder::kSubcommandCount; ++i) builder.declare(i);
     stathost::STAX_TokenSequence tokens(testsupport::validCommand(variables, medmodel, outmodel),
                                         1);
-    stathost::CommandSpec spec;
-    stathost::UniversalParser parser(tokens, spec, grammar);
+    stathost::CommandSpec parsed;
+    stathost::UniversalParser parser(tokens, parsed, grammar);
     EXPECT_EQ(parser.getCommandSpecifications(), 0);
     stathost::ProcedureDataSource source;
-    MediationSettings settings(spec, grammar, source);
+    MediationSettings settings(parsed, grammar, source);
     for (int i = 0; i < CommandDescriptionBuilder::kSubcommandCount; ++i)
       settings.prepareInputSetting(i);
     MediationCaseData results;

@@ -4,7 +4,7 @@
 
 #include <cmath>
 
-#include "stathost/command_spec.h"
+#include "stathost/parsed_command.h"
 #include "stathost/stop_processor.h"
 #include "test_util.h"
 

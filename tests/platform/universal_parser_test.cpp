@@ -117,7 +117,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(ParserTest, MissingVariableSpecificationIsRefused) {
   EXPECT_EQ(parse("MEDIATION TEST /PRINT CASE_SUMMARY."), 1);
-  EXPECT_NE(messages().find("expected the specification that follows the command name"),
+  EXPECT_NE(messages().find("expected the variable list that follows the command name"),
             std::string::npos)
       << messages();
 }

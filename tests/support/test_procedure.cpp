@@ -6,10 +6,10 @@
 #include <vector>
 
 #include "stathost/case_adapter.h"
-#include "stathost/command_spec.h"
 #include "stathost/data_source.h"
 #include "stathost/gpl_graph.h"
 #include "stathost/output_table.h"
+#include "stathost/parsed_command.h"
 #include "stathost/parser_message.h"
 #include "stathost/procedure.h"
 #include "stathost/stop_processor.h"
@@ -110,7 +110,7 @@ class ScatterChart : public StatGPLGraph {
 };
 
 void emitSummary(StatJSONGenerator& gen, const std::vector<Role>& roles,
-                 const std::vector<Moments>& moments, const CommandSpec& spec) {
+                 const std::vector<Moments>& moments, const CommandSpec& parsed) {
   Table table(&gen, "Variable Summary");
   table.set_table_title("Variable Summary");
   table.hide_title(false);
@@ -119,7 +119,7 @@ void emitSummary(StatJSONGenerator& gen, const std::vector<Role>& roles,
   table.set_default_cell_format(STAX_Format::FMT_FIXED, 10, 4);
   table.addFootnoteRefs(1);
   table.add_footnote("Listwise: cases with a missing value in any variable are left out.");
-  if (const SubComObj* criteria = spec.getSubCom("CRITERIA")) {
+  if (const SubComObj* criteria = parsed.getSubCom("CRITERIA")) {
     if (const ParamObj* level = criteria->getParam("CILEVEL")) {
       table.addFootnoteRefs(2);
       table.add_footnote("Confidence level " + level->getValueText() + "%.");
@@ -193,12 +193,12 @@ void run() {
   msg.SetCommandName(testsupport::kTestCommand);
   msg.SetProcedureTitle("Test Procedure");
   testsupport::declareTestGrammar(command);
-  CommandSpec spec;
-  UniversalParser parser(tokens, spec, command);
+  CommandSpec parsed;
+  UniversalParser parser(tokens, parsed, command);
   if (parser.getCommandSpecifications() != 0) return;
 
   std::vector<Role> roles;
-  const SubComObj* unnamed = spec.getSubCom("");
+  const SubComObj* unnamed = parsed.getSubCom("");
   if (!unnamed || !readRoles(*unnamed, source, msg, roles)) return;
 
   ACAVarValidSpecs specs(true, true, true);
@@ -231,8 +231,8 @@ void run() {
 
   StatJSONGenerator gen("Test Procedure");
   OPSCommonOutput common(&specs, source, &procedure, &adapter);
-  emitSummary(gen, roles, moments, spec);
-  const SubComObj* plot = spec.getSubCom("PLOT");
+  emitSummary(gen, roles, moments, parsed);
+  const SubComObj* plot = parsed.getSubCom("PLOT");
   if (plot && plot->hasParam("SCATTER_PLOT")) {
     const std::string x = roles.size() > 2 ? roles[2].variable : roles[0].variable;
     ScatterChart chart(&gen, x, roles[0].variable);

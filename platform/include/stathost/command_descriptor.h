@@ -59,7 +59,7 @@ enum QualifOptions { QUALIFIERS_OPTIONAL = 0, QUALIFIERS_REQUIRED = 1 };
 
 class ParamDescriptor {
  public:
-  ParamDescriptor(std::string name, ParamSpec spec, bool isDefault, bool takesValue,
+  ParamDescriptor(std::string name, ParamSpec kind, bool isDefault, bool takesValue,
                   BracketOptions brackets);
 
   void addStringValue(const std::string& value);
@@ -70,7 +70,7 @@ class ParamDescriptor {
   void setUpperBoundary(double bound, UpperBdryOptions option);
 
   const std::string& name() const { return name_; }
-  ParamSpec spec() const { return spec_; }
+  ParamSpec kind() const { return kind_; }
   bool isDefault() const { return isDefault_; }
   bool takesValue() const { return takesValue_; }
   QualifOptions qualifOption() const { return qualifOption_; }
@@ -93,7 +93,7 @@ class ParamDescriptor {
 
  private:
   std::string name_;
-  ParamSpec spec_;
+  ParamSpec kind_;
   bool isDefault_;
   bool takesValue_;
   BracketOptions brackets_;
@@ -108,11 +108,11 @@ class ParamDescriptor {
 
 class SubComDescriptor {
  public:
-  SubComDescriptor(std::string name, SubComSpec spec, bool isRequired, bool isRepeatable);
+  SubComDescriptor(std::string name, SubComSpec kind, bool isRequired, bool isRepeatable);
   void addParamDesc(const ParamDescriptor& param);
 
   const std::string& name() const { return name_; }
-  SubComSpec spec() const { return spec_; }
+  SubComSpec kind() const { return kind_; }
   bool isRequired() const { return isRequired_; }
   bool isRepeatable() const { return isRepeatable_; }
   const std::vector<ParamDescriptor>& params() const { return params_; }
@@ -120,7 +120,7 @@ class SubComDescriptor {
 
  private:
   std::string name_;
-  SubComSpec spec_;
+  SubComSpec kind_;
   bool isRequired_;
   bool isRepeatable_;
   std::vector<ParamDescriptor> params_;

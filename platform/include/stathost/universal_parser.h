@@ -2,7 +2,7 @@
 #pragma once
 
 #include "stathost/command_descriptor.h"
-#include "stathost/command_spec.h"
+#include "stathost/parsed_command.h"
 #include "stathost/parser_message.h"
 #include "stathost/tokens.h"
 
@@ -10,14 +10,14 @@ namespace stathost {
 
 class UniversalParser {
  public:
-  UniversalParser(TokenSequenceBase& tokens, CommandSpec& spec, const CommandDescriptor& grammar);
+  UniversalParser(TokenSequenceBase& tokens, CommandSpec& parsed, const CommandDescriptor& grammar);
   // 0 when the command is well-formed; otherwise the parser has reported the first error
   // (command, line, column, the token found and what was expected) and returns 1.
   int getCommandSpecifications();
 
  private:
   TokenSequenceBase& tokens_;
-  CommandSpec& spec_;
+  CommandSpec& parsed_;
   const CommandDescriptor& grammar_;
   ParserMessage messages_;
 };

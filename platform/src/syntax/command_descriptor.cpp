@@ -7,10 +7,10 @@
 
 namespace stathost {
 
-ParamDescriptor::ParamDescriptor(std::string name, ParamSpec spec, bool isDefault, bool takesValue,
+ParamDescriptor::ParamDescriptor(std::string name, ParamSpec kind, bool isDefault, bool takesValue,
                                  BracketOptions brackets)
     : name_(toUpperAscii(std::move(name))),
-      spec_(spec),
+      kind_(kind),
       isDefault_(isDefault),
       takesValue_(takesValue),
       brackets_(brackets) {}
@@ -69,10 +69,10 @@ std::string joinList(const std::vector<std::string>& items) {
 
 std::string ParamDescriptor::describeValues() const {
   std::vector<std::string> items;
-  switch (spec_) {
+  switch (kind_) {
     case SPEC_NUMBER:
     case SPEC_INTEGER: {
-      std::string what = spec_ == SPEC_INTEGER ? "an integer" : "a number";
+      std::string what = kind_ == SPEC_INTEGER ? "an integer" : "a number";
       const std::string bounds = describeBounds();
       if (!bounds.empty()) what += " " + bounds;
       items.push_back(what);
@@ -119,10 +119,10 @@ std::string ParamDescriptor::describeBounds() const {
   return out;
 }
 
-SubComDescriptor::SubComDescriptor(std::string name, SubComSpec spec, bool isRequired,
+SubComDescriptor::SubComDescriptor(std::string name, SubComSpec kind, bool isRequired,
                                    bool isRepeatable)
     : name_(toUpperAscii(std::move(name))),
-      spec_(spec),
+      kind_(kind),
       isRequired_(isRequired),
       isRepeatable_(isRepeatable) {}
 
@@ -143,14 +143,14 @@ void CommandDescriptor::addSubComDesc(const SubComDescriptor& subcommand) {
 
 const SubComDescriptor* CommandDescriptor::findSubCom(const std::string& name) const {
   for (const auto& s : subcommands_) {
-    if (s.spec() != SUBCOM_UNNAMED && namesEqual(s.name(), name)) return &s;
+    if (s.kind() != SUBCOM_UNNAMED && namesEqual(s.name(), name)) return &s;
   }
   return nullptr;
 }
 
 const SubComDescriptor* CommandDescriptor::unnamedSubCom() const {
   for (const auto& s : subcommands_) {
-    if (s.spec() == SUBCOM_UNNAMED) return &s;
+    if (s.kind() == SUBCOM_UNNAMED) return &s;
   }
   return nullptr;
 }

@@ -68,17 +68,17 @@ std::string quoteList(const std::vector<std::string>& names) {
 class GrammarParser {
  public:
   GrammarParser(const TokenSequenceBase& tokens, const CommandDescriptor& grammar,
-                CommandSpec& spec)
+                CommandSpec& parsed)
       : tokens_(tokens),
         grammar_(grammar),
-        spec_(spec),
+        parsed_(parsed),
         cursor_(tokens.tokens(), tokens.endLine(), tokens.endColumn()) {}
 
   void parse() {
     checkTokenizer();
     checkParentheses();
-    spec_.clear();
-    spec_.setCommandName(grammar_.name());
+    parsed_.clear();
+    parsed_.setCommandName(grammar_.name());
     matchCommandName();
     parseUnnamed();
     while (!cursor_.atEnd()) parseSubcommand();
@@ -142,16 +142,16 @@ class GrammarParser {
       sub.addToken(t);
     }
     if (sub.getTokens().empty()) {
-      if (unnamed->isRequired()) cursor_.fail("the specification that follows the command name");
+      if (unnamed->isRequired()) cursor_.fail("the variable list that follows the command name");
       return;
     }
-    spec_.addSubCom(sub);
+    parsed_.addSubCom(sub);
   }
 
   std::vector<std::string> subcommandNames() const {
     std::vector<std::string> names;
     for (const auto& s : grammar_.subcommands()) {
-      if (s.spec() != SUBCOM_UNNAMED) names.push_back(s.name());
+      if (s.kind() != SUBCOM_UNNAMED) names.push_back(s.name());
     }
     return names;
   }
@@ -165,7 +165,7 @@ class GrammarParser {
     const SubComDescriptor* desc = grammar_.findSubCom(cursor_.peek().getText());
     if (!desc) cursor_.fail("a subcommand name (" + quoteList(subcommandNames()) + ")");
     const TokenInfoObj nameToken = cursor_.take();
-    if (!desc->isRepeatable() && spec_.hasSubCom(desc->name())) {
+    if (!desc->isRepeatable() && parsed_.hasSubCom(desc->name())) {
       cursor_.failAt(nameToken, "the subcommand " + desc->name() + " is given more than once.");
     }
     SubComObj sub(desc->name(), nameToken.getLine(), nameToken.getColumn());
@@ -174,10 +174,10 @@ class GrammarParser {
     }
     if (sub.getParams().empty()) {
       for (const auto& p : desc->params()) {
-        if (p.spec() == SPEC_KEYWORD && p.isDefault()) sub.addParam(ParamObj(p.name(), nameToken));
+        if (p.kind() == SPEC_KEYWORD && p.isDefault()) sub.addParam(ParamObj(p.name(), nameToken));
       }
     }
-    spec_.addSubCom(sub);
+    parsed_.addSubCom(sub);
   }
 
   std::string paramNames(const SubComDescriptor& desc) const {
@@ -204,7 +204,7 @@ class GrammarParser {
 
   void parseParamBody(const ParamDescriptor& p, const std::string& where, ParamObj& param) {
     const std::string context = where + " " + p.name();
-    switch (p.spec()) {
+    switch (p.kind()) {
       case SPEC_KEYWORD:
         if (cursor_.peekIs(TokenType::kEquals) || cursor_.peekIs(TokenType::kLeftParen)) {
           cursor_.fail("another keyword: " + context + " takes no value");
@@ -223,11 +223,11 @@ class GrammarParser {
     }
     if (!cursor_.peekIs(TokenType::kEquals)) cursor_.fail("'=' after " + context);
     cursor_.take();
-    if (p.spec() == SPEC_QUALIFIED_KEYWORD) {
+    if (p.kind() == SPEC_QUALIFIED_KEYWORD) {
       parseQualifiedKeyword(p, context, param);
       return;
     }
-    if (p.spec() == SPEC_VARIABLE_LIST) {
+    if (p.kind() == SPEC_VARIABLE_LIST) {
       if (!cursor_.peekIs(TokenType::kIdentifier))
         cursor_.fail("variable names after " + context + " =");
       while (cursor_.peekIs(TokenType::kIdentifier)) param.addValue(checkVariable(cursor_.take()));
@@ -298,7 +298,7 @@ class GrammarParser {
     const std::string expected = p.describeValues() + " for " + context;
     if (cursor_.atEnd()) cursor_.fail(expected);
     const TokenInfoObj value = cursor_.peek();
-    switch (p.spec()) {
+    switch (p.kind()) {
       case SPEC_NUMBER:
       case SPEC_INTEGER:
         if (value.is(TokenType::kNumber)) {
@@ -343,7 +343,7 @@ class GrammarParser {
       cursor_.failAt(t, context + " = " + t.getText() + " is out of range: the value must be " +
                             p.describeBounds() + ".");
     }
-    if (p.spec() == SPEC_INTEGER && v != std::floor(v)) {
+    if (p.kind() == SPEC_INTEGER && v != std::floor(v)) {
       cursor_.failAt(t, context + " = " + t.getText() + " is not a whole number.");
     }
   }
@@ -358,7 +358,7 @@ class GrammarParser {
 
   void checkRequired() {
     for (const auto& s : grammar_.subcommands()) {
-      if (s.isRequired() && s.spec() != SUBCOM_UNNAMED && !spec_.hasSubCom(s.name())) {
+      if (s.isRequired() && s.kind() != SUBCOM_UNNAMED && !parsed_.hasSubCom(s.name())) {
         throw SyntaxError{tokens_.endLine(), tokens_.endColumn(),
                           "the subcommand " + s.name() + " is required."};
       }
@@ -367,24 +367,24 @@ class GrammarParser {
 
   const TokenSequenceBase& tokens_;
   const CommandDescriptor& grammar_;
-  CommandSpec& spec_;
+  CommandSpec& parsed_;
   Cursor cursor_;
 };
 
 }  // namespace
 
-UniversalParser::UniversalParser(TokenSequenceBase& tokens, CommandSpec& spec,
+UniversalParser::UniversalParser(TokenSequenceBase& tokens, CommandSpec& parsed,
                                  const CommandDescriptor& grammar)
-    : tokens_(tokens), spec_(spec), grammar_(grammar) {
+    : tokens_(tokens), parsed_(parsed), grammar_(grammar) {
   messages_.SetCommandName(grammar.name().c_str());
 }
 
 int UniversalParser::getCommandSpecifications() {
   try {
-    GrammarParser(tokens_, grammar_, spec_).parse();
+    GrammarParser(tokens_, grammar_, parsed_).parse();
     return 0;
   } catch (const SyntaxError& e) {
-    spec_.clear();
+    parsed_.clear();
     messages_.ErrorAt(e.line, e.column,
                       grammar_.name() + ": syntax error at line " + std::to_string(e.line) +
                           ", column " + std::to_string(e.column) + ": " + e.text);

@@ -1,4 +1,4 @@
-#include "stathost/command_spec.h"
+#include "stathost/parsed_command.h"
 
 #include <cmath>
 #include <limits>
