@@ -1,6 +1,7 @@
 #include "cli.h"
 
 #include <omp.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <filesystem>
@@ -57,6 +58,7 @@ int execute(const Arguments& args,
   if (args.threads > 0) omp_set_num_threads(args.threads);
   stathost::HostSession& session = stathost::HostSession::instance();
   session.setVerbose(args.verbose);
+  session.setProgressEnabled(isatty(STDERR_FILENO) != 0);
   session.clearCancel();
   installInterruptHandler();
 

@@ -9,6 +9,7 @@
 
 #include "algorithm/data_preparation.h"
 #include "algorithm/mediation_strategy.h"
+#include "effects/bootstrap.h"
 #include "effects/continuous_effects.h"
 #include "models/fit_error.h"
 #include "stathost/format.h"
@@ -175,12 +176,63 @@ int NormalNormalStrategy::run(const RoleMapping& input, MediationCaseData& resul
     results.flags[FLAG_RATIO_STATS_AVAILABLE] = std::isfinite(effects.PM);
 
     // 8. Bootstrap.
-    if (settings_.bootstrapGiven) {
+    if (settings_.bootstrapGiven || settings_.ciType == CITYPE_BOOTSTRAP) {
       results.flags[FLAG_BOOTSTRAP_REQUESTED] = true;
-      messages_.GenericWarning(
-          "Bootstrap inference is not available in this build yet; the delta-method results are "
-          "shown.");
-      log.push_back("Bootstrap inference failed. Continuing with delta method results only");
+      t = omp_get_wtime();
+      try {
+        BootstrapCases cases;
+        cases.n = exposure.size();
+        cases.p = covariates.size();
+        cases.exposure = exposure;
+        cases.mediator = mediator;
+        cases.outcome = outcome;
+        cases.weights = weights;
+        cases.covariates.resize(cases.n * cases.p);
+        for (std::size_t i = 0; i < cases.n; ++i) {
+          for (std::size_t j = 0; j < cases.p; ++j)
+            cases.covariates[i * cases.p + j] = covariates[j][i];
+        }
+        const int level = settings_.bootstrapGiven ? settings_.bootstrapCiLevel : settings_.ciLevel;
+        stathost::ProcedureProgress progress("Bootstrap", settings_.nSamples, "replicates");
+        const BootstrapStore store = runBootstrap(cases, settings_.nSamples, settings_.seed, ref,
+                                                  p.interaction, stop_, &progress);
+        if (store.cancelled) {
+          results.flags[FLAG_CANCELLED] = true;
+          messages_.GenericWarning(
+              "The bootstrap was stopped by the user after ^1 of ^2 replicates; its "
+              "results use those replicates.",
+              std::to_string(store.completed), std::to_string(settings_.nSamples));
+        }
+        if (store.failures > 0) {
+          log.push_back("Bootstrap replicates failed: " + std::to_string(store.failures) + " of " +
+                        std::to_string(store.completed));
+        }
+        const auto summaries = summarizeBootstrap(store, effects, level, log);
+        for (const auto& [name, summary] : summaries)
+          results.bootstrap[name] = summaryStatistics(summary);
+        // Usable when the decomposition effects all have finite percentile limits.
+        bool usable = !results.bootstrap.empty();
+        for (std::size_t k = 0; k < 10 && usable; ++k) {
+          const auto& stats = results.bootstrap[kEffectFields[k].name];
+          usable = std::isfinite(stats.at("percentile_ci_lower")) &&
+                   std::isfinite(stats.at("percentile_ci_upper"));
+        }
+        results.flags[FLAG_BOOTSTRAP_SUCCEEDED] = usable;
+        if (usable) {
+          log.push_back("Bootstrap results stored for table generation: " +
+                        std::to_string(results.bootstrap.size()) + " effects");
+          log.push_back(elapsed("Bootstrap inference completed in", t));
+        } else {
+          log.push_back(
+              "Bootstrap completed but failed to produce valid results. Tables will not be "
+              "displayed.");
+        }
+      } catch (const std::exception& e) {
+        log.push_back(
+            std::string("Bootstrap inference failed. Continuing with delta method results only (") +
+            e.what() + ")");
+        results.bootstrap.clear();
+      }
     } else {
       log.push_back("Bootstrap inference skipped - using delta method only");
     }

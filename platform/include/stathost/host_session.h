@@ -87,6 +87,9 @@ class HostSession {
   // Diagnostic log lines of the host and procedures; shown only when verbose.
   void setVerbose(bool verbose) { verbose_ = verbose; }
   bool verbose() const { return verbose_; }
+  // Whether long work may draw a progress line on standard error (a terminal).
+  void setProgressEnabled(bool enabled) { progress_ = enabled; }
+  bool progressEnabled() const { return progress_; }
 
  private:
   HostSession() = default;
@@ -101,6 +104,7 @@ class HostSession {
   std::function<void(const HostMessage&)> echo_;
   std::atomic<int> cancelRequests_{0};
   bool verbose_ = false;
+  bool progress_ = false;
 };
 
 }  // namespace stathost

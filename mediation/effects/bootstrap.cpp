@@ -1,0 +1,304 @@
+#include "effects/bootstrap.h"
+
+#include <omp.h>
+
+#include <algorithm>
+#include <atomic>
+#include <boost/math/distributions/normal.hpp>
+#include <cmath>
+#include <cstdio>
+#include <stdexcept>
+
+#include "models/linear_algebra.h"
+
+namespace medanlys {
+namespace {
+
+bool wholeNumbers(const Vector& w) {
+  return std::all_of(w.begin(), w.end(), [](double v) { return v >= 0 && v == std::floor(v); });
+}
+
+}  // namespace
+
+WeightedSampler::WeightedSampler(std::size_t n, const Vector& weights) {
+  if (weights.size() != n) throw std::invalid_argument("Weights size must match N");
+  cumulative_.resize(n);
+  double running = 0.0;
+  for (std::size_t i = 0; i < n; ++i) {
+    running += weights[i];
+    cumulative_[i] = running;
+  }
+  total_ = running;
+  if (!(total_ > 0.0)) throw std::invalid_argument("Total weight must be positive");
+  // A table of weight units pays off while it is not much longer than the data.
+  if (wholeNumbers(weights) && total_ <= static_cast<double>(4 * n + 16)) {
+    unitOwner_.resize(static_cast<std::size_t>(total_));
+    std::size_t unit = 0;
+    for (std::size_t i = 0; i < n; ++i) {
+      for (double k = 0; k < weights[i]; ++k) unitOwner_[unit++] = static_cast<std::uint32_t>(i);
+    }
+  }
+}
+
+std::size_t WeightedSampler::draw(std::mt19937& generator) const {
+  // U in [0, 1) from one 32-bit draw.
+  const double u = static_cast<double>(generator()) * 0x1p-32 * total_;
+  if (!unitOwner_.empty()) {
+    // The first running sum not below u is the owner of weight unit ceil(u) (u = 0: case 0).
+    const double c = std::ceil(u);
+    return c < 1.0 ? 0 : unitOwner_[static_cast<std::size_t>(c) - 1];
+  }
+  const auto it = std::lower_bound(cumulative_.begin(), cumulative_.end(), u);
+  return std::min<std::size_t>(static_cast<std::size_t>(it - cumulative_.begin()),
+                               cumulative_.size() - 1);
+}
+
+std::vector<std::size_t> weightedResample(std::size_t n, const Vector& weights,
+                                          std::mt19937& generator) {
+  const WeightedSampler sampler(n, weights);
+  std::vector<std::size_t> indices(n);
+  for (std::size_t& i : indices) i = sampler.draw(generator);
+  return indices;
+}
+
+namespace {
+
+// Per-thread scratch space: case multiplicities and the two normal-equation systems.
+struct Workspace {
+  std::vector<std::uint32_t> counts;
+  Matrix mXX, oXX;
+  Vector mXy, oXy, x;
+};
+
+// One pass over the cases in file order with weight count_i * w_i forms X'WX and X'Wy of
+// both models; the resample itself is only the counts.
+bool fitReplicate(const BootstrapCases& c, bool interaction, Workspace& ws,
+                  ContinuousModelParameters& out) {
+  const std::size_t qm = 2 + c.p;
+  const std::size_t qo = (interaction ? 4 : 3) + c.p;
+  std::fill(ws.mXX.data().begin(), ws.mXX.data().end(), 0.0);
+  std::fill(ws.oXX.data().begin(), ws.oXX.data().end(), 0.0);
+  std::fill(ws.mXy.begin(), ws.mXy.end(), 0.0);
+  std::fill(ws.oXy.begin(), ws.oXy.end(), 0.0);
+  double* x = ws.x.data();
+  for (std::size_t i = 0; i < c.n; ++i) {
+    const std::uint32_t count = ws.counts[i];
+    if (count == 0) continue;
+    const double w = count * c.weights[i];
+    const double a = c.exposure[i], m = c.mediator[i], y = c.outcome[i];
+    const double* cov = c.covariates.data() + i * c.p;
+    // Outcome row 1, a, m, [a m], covariates; the mediator row is 1, a, covariates.
+    std::size_t k = 0;
+    x[k++] = 1.0;
+    x[k++] = a;
+    x[k++] = m;
+    if (interaction) x[k++] = a * m;
+    for (std::size_t j = 0; j < c.p; ++j) x[k++] = cov[j];
+    for (std::size_t r = 0; r < qo; ++r) {
+      const double wx = w * x[r];
+      ws.oXy[r] += wx * y;
+      for (std::size_t s = 0; s <= r; ++s) ws.oXX(r, s) += wx * x[s];
+    }
+    const std::size_t covStart = interaction ? 4 : 3;
+    auto mx = [&](std::size_t r) { return r == 0 ? 1.0 : (r == 1 ? a : x[covStart + r - 2]); };
+    for (std::size_t r = 0; r < qm; ++r) {
+      const double wx = w * mx(r);
+      ws.mXy[r] += wx * m;
+      for (std::size_t s = 0; s <= r; ++s) ws.mXX(r, s) += wx * mx(s);
+    }
+  }
+  auto solve = [](Matrix& xx, const Vector& xy, Vector& beta) {
+    for (std::size_t r = 0; r < xx.size1(); ++r) {
+      for (std::size_t s = r + 1; s < xx.size2(); ++s) xx(r, s) = xx(s, r);
+    }
+    Matrix inverse;
+    if (!invertMatrix(xx, inverse)) return false;
+    beta = multiply(inverse, xy);
+    return true;
+  };
+  Vector b, t;
+  if (!solve(ws.mXX, ws.mXy, b) || !solve(ws.oXX, ws.oXy, t)) return false;
+  out.interaction = interaction;
+  out.beta_0 = b[0];
+  out.beta_1 = b[1];
+  out.beta_2.assign(b.begin() + 2, b.end());
+  out.theta_0 = t[0];
+  out.theta_1 = t[1];
+  out.theta_2 = t[2];
+  out.theta_3 = interaction ? t[3] : 0.0;
+  out.theta_4.assign(t.begin() + (interaction ? 4 : 3), t.end());
+  return true;
+}
+
+}  // namespace
+
+BootstrapStore runBootstrap(const BootstrapCases& cases, int nb, int seed,
+                            const ReferencePoint& reference, bool interaction,
+                            stathost::ACAStopProcessor* stop,
+                            stathost::ProcedureProgress* progress) {
+  if (cases.n == 0) throw std::invalid_argument("Dataset D is empty");
+  if (nb <= 0) throw std::invalid_argument("NB must be positive");
+  const WeightedSampler sampler(cases.n, cases.weights);
+  BootstrapStore store;
+  store.replicates.assign(static_cast<std::size_t>(nb), EffectEstimates());
+  store.success.assign(static_cast<std::size_t>(nb), 0);
+  bool cancelled = false;
+  long failures = 0;
+  std::atomic<long> completed{0};
+  const std::size_t qm = 2 + cases.p, qo = (interaction ? 4 : 3) + cases.p;
+
+#pragma omp parallel num_threads(omp_get_max_threads()) reduction(+ : failures)
+  {
+    Workspace ws;
+    ws.counts.assign(cases.n, 0);
+    ws.mXX = zeroMatrix(qm, qm);
+    ws.oXX = zeroMatrix(qo, qo);
+    ws.mXy.assign(qm, 0.0);
+    ws.oXy.assign(qo, 0.0);
+    ws.x.assign(qo, 0.0);
+    const int thread = omp_get_thread_num();
+#pragma omp for schedule(dynamic)
+    for (int b = 0; b < nb; ++b) {
+      if (b % 10 == 0) {
+        if (stop && stop->CheckCancel()) {
+#pragma omp critical(bootstrap_cancel)
+          cancelled = true;
+        }
+        if (progress) progress->advance(completed.load(std::memory_order_relaxed));
+      }
+      bool skip;
+#pragma omp critical(bootstrap_cancel)
+      skip = cancelled;
+      if (skip) continue;
+      std::mt19937 generator(static_cast<std::uint32_t>(thread * 1000 + seed + b));
+      std::fill(ws.counts.begin(), ws.counts.end(), 0u);
+      for (std::size_t k = 0; k < cases.n; ++k) ++ws.counts[sampler.draw(generator)];
+      ContinuousModelParameters parameters;
+      bool ok = false;
+      try {
+        ok = fitReplicate(cases, interaction, ws, parameters);
+        if (ok)
+          store.replicates[static_cast<std::size_t>(b)] = computeEffects(parameters, reference);
+      } catch (const std::exception&) {
+        ok = false;  // overflow in the effects: a failed replicate
+      }
+      store.success[static_cast<std::size_t>(b)] = ok ? 1 : 0;
+      if (!ok) ++failures;
+      completed.fetch_add(1, std::memory_order_relaxed);
+    }
+  }
+  store.failures = failures;
+  store.completed = completed.load();
+  store.cancelled = cancelled;
+  return store;
+}
+
+std::pair<long, long> percentilePositions(std::size_t n, double alpha) {
+  const double m = static_cast<double>(n) + 1.0;
+  // A tiny allowance so that (n + 1) alpha = 25.0 is not read as 24.999999.
+  return {static_cast<long>(std::floor(m * alpha + 1e-9)),
+          static_cast<long>(std::floor((1.0 - alpha) * m + 1e-9))};
+}
+
+std::map<std::string, BootstrapSummary> summarizeBootstrap(const BootstrapStore& store,
+                                                           const EffectEstimates& full,
+                                                           double level,
+                                                           std::vector<std::string>& log) {
+  const boost::math::normal normal;
+  const double pLevel = (level / 100.0 + 1.0) * 0.5;
+  const double alpha = 1.0 - pLevel;
+  std::map<std::string, BootstrapSummary> out;
+  for (const EffectField& field : kEffectFields) {
+    BootstrapSummary s;
+    s.estimate = full.*field.member;
+    std::vector<double> values;
+    for (std::size_t b = 0; b < store.replicates.size(); ++b) {
+      if (!store.success[b]) continue;
+      const double v = store.replicates[b].*field.member;
+      if (std::isfinite(v)) values.push_back(v);
+    }
+    std::sort(values.begin(), values.end());
+    const std::size_t n = values.size();
+    s.n = static_cast<double>(n);
+    if (n == 0) {
+      log.push_back(std::string("Warning: No valid estimates for ") + field.name);
+      out[field.name] = s;
+      continue;
+    }
+    double sum = 0.0;
+    for (double v : values) sum += v;
+    s.mean = sum / static_cast<double>(n);
+    if (n >= 2) {
+      double ss = 0.0;
+      for (double v : values) ss += (v - s.mean) * (v - s.mean);
+      s.se = std::sqrt(ss / static_cast<double>(n - 1));
+    }
+    s.bias = s.mean - s.estimate;
+
+    const auto [lo, hi] = percentilePositions(n, alpha);
+    if (lo < static_cast<long>(n) && hi < static_cast<long>(n) && lo >= 0 && hi >= 0) {
+      s.percentileLower = values[static_cast<std::size_t>(lo)];
+      s.percentileUpper = values[static_cast<std::size_t>(hi)];
+    } else {
+      log.push_back(std::string("Warning: CI indices out of bounds for ") + field.name);
+    }
+
+    // BCa: z0 from the share of values below the estimate, the acceleration from the
+    // skewness of the replicate values about their mean.
+    std::size_t below = 0;
+    for (double v : values) below += v < s.estimate ? 1 : 0;
+    const double share = static_cast<double>(below) / static_cast<double>(n);
+    const double z0 = share > 0.0 && share < 1.0 ? boost::math::quantile(normal, share) : NAN;
+    double d2 = 0.0, d3 = 0.0;
+    for (double v : values) {
+      const double d = s.mean - v;
+      d2 += d * d;
+      d3 += d * d * d;
+    }
+    const double a = d2 > 0.0 ? d3 / (6.0 * std::pow(d2, 1.5)) : 0.0;
+    const double za = boost::math::quantile(normal, alpha);
+    if (std::isfinite(z0)) {
+      const double a1 = boost::math::cdf(normal, z0 + (za + z0) / (1.0 - a * (za + z0)));
+      const double a2 = boost::math::cdf(normal, z0 + (z0 - za) / (1.0 - a * (z0 - za)));
+      const auto bLo = static_cast<long>(std::floor((static_cast<double>(n) + 1.0) * a1));
+      const auto bHi = static_cast<long>(std::floor((1.0 - a2) * (static_cast<double>(n) + 1.0)));
+      if (bLo >= 0 && bHi >= 0 && bLo < static_cast<long>(n) && bHi < static_cast<long>(n)) {
+        s.bcaLower = values[static_cast<std::size_t>(bLo)];
+        s.bcaUpper = values[static_cast<std::size_t>(bHi)];
+      } else {
+        log.push_back(std::string("Warning: BCa CI indices out of bounds for ") + field.name);
+      }
+    }
+
+    if (std::isfinite(s.se) && std::fabs(s.se) >= 1e-12) {
+      const double z = s.estimate / s.se;
+      s.p = 2.0 * boost::math::cdf(boost::math::complement(normal, std::fabs(z)));
+      const double q = boost::math::quantile(normal, pLevel);
+      s.normalLower = s.estimate - q * s.se;
+      s.normalUpper = s.estimate + q * s.se;
+    }
+    char line[256];
+    std::snprintf(line, sizeof line, "%s: mean=%g, se=%g, bias=%g, percentile CI=[%g, %g]",
+                  field.name, s.mean, s.se, s.bias, s.percentileLower, s.percentileUpper);
+    log.push_back(line);
+    out[field.name] = s;
+  }
+  return out;
+}
+
+std::map<std::string, double> summaryStatistics(const BootstrapSummary& s) {
+  return {{"n", s.n},
+          {"estimate", s.estimate},
+          {"mean", s.mean},
+          {"se", s.se},
+          {"bias", s.bias},
+          {"percentile_ci_lower", s.percentileLower},
+          {"percentile_ci_upper", s.percentileUpper},
+          {"bca_ci_lower", s.bcaLower},
+          {"bca_ci_upper", s.bcaUpper},
+          {"normal_ci_lower", s.normalLower},
+          {"normal_ci_upper", s.normalUpper},
+          {"p_value", s.p}};
+}
+
+}  // namespace medanlys
