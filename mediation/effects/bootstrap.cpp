@@ -63,61 +63,77 @@ std::vector<std::size_t> weightedResample(std::size_t n, const Vector& weights,
 
 namespace {
 
-// Per-thread scratch space: case multiplicities and the two normal-equation systems.
+// Per-thread scratch space: case multiplicities, the cross-products and one design row.
 struct Workspace {
   std::vector<std::uint32_t> counts;
-  Matrix mXX, oXX;
-  Vector mXy, oXy, x;
+  Vector xx;  // lower triangle of the outcome system's X'WX, packed row by row
+  Vector xy;  // X'Wy of the outcome system
+  Vector x;
 };
 
-// One pass over the cases in file order with weight count_i * w_i forms X'WX and X'Wy of
-// both models; the resample itself is only the counts.
-bool fitReplicate(const BootstrapCases& c, bool interaction, Workspace& ws,
-                  ContinuousModelParameters& out) {
-  const std::size_t qm = 2 + c.p;
-  const std::size_t qo = (interaction ? 4 : 3) + c.p;
-  std::fill(ws.mXX.data().begin(), ws.mXX.data().end(), 0.0);
-  std::fill(ws.oXX.data().begin(), ws.oXX.data().end(), 0.0);
-  std::fill(ws.mXy.begin(), ws.mXy.end(), 0.0);
-  std::fill(ws.oXy.begin(), ws.oXy.end(), 0.0);
+// Adds count_i * w_i * x_i x_i' and count_i * w_i * x_i y_i over the cases, x_i the outcome
+// row 1, a, m, [a m], covariates.
+void accumulate(const BootstrapCases& c, bool interaction, Workspace& ws) {
+  const std::size_t q = (interaction ? 4 : 3) + c.p;
+  const std::size_t covStart = interaction ? 4 : 3;
+  std::fill(ws.xx.begin(), ws.xx.end(), 0.0);
+  std::fill(ws.xy.begin(), ws.xy.end(), 0.0);
   double* x = ws.x.data();
+  double* xx = ws.xx.data();
+  double* xy = ws.xy.data();
   for (std::size_t i = 0; i < c.n; ++i) {
     const std::uint32_t count = ws.counts[i];
     if (count == 0) continue;
     const double w = count * c.weights[i];
     const double a = c.exposure[i], m = c.mediator[i], y = c.outcome[i];
     const double* cov = c.covariates.data() + i * c.p;
-    // Outcome row 1, a, m, [a m], covariates; the mediator row is 1, a, covariates.
-    std::size_t k = 0;
-    x[k++] = 1.0;
-    x[k++] = a;
-    x[k++] = m;
-    if (interaction) x[k++] = a * m;
-    for (std::size_t j = 0; j < c.p; ++j) x[k++] = cov[j];
-    for (std::size_t r = 0; r < qo; ++r) {
+    x[0] = 1.0;
+    x[1] = a;
+    x[2] = m;
+    if (interaction) x[3] = a * m;
+    for (std::size_t j = 0; j < c.p; ++j) x[covStart + j] = cov[j];
+    double* cell = xx;
+    for (std::size_t r = 0; r < q; ++r) {
       const double wx = w * x[r];
-      ws.oXy[r] += wx * y;
-      for (std::size_t s = 0; s <= r; ++s) ws.oXX(r, s) += wx * x[s];
-    }
-    const std::size_t covStart = interaction ? 4 : 3;
-    auto mx = [&](std::size_t r) { return r == 0 ? 1.0 : (r == 1 ? a : x[covStart + r - 2]); };
-    for (std::size_t r = 0; r < qm; ++r) {
-      const double wx = w * mx(r);
-      ws.mXy[r] += wx * m;
-      for (std::size_t s = 0; s <= r; ++s) ws.mXX(r, s) += wx * mx(s);
+      xy[r] += wx * y;
+      for (std::size_t s = 0; s <= r; ++s) cell[s] += wx * x[s];
+      cell += r + 1;
     }
   }
-  auto solve = [](Matrix& xx, const Vector& xy, Vector& beta) {
-    for (std::size_t r = 0; r < xx.size1(); ++r) {
-      for (std::size_t s = r + 1; s < xx.size2(); ++s) xx(r, s) = xx(s, r);
-    }
-    Matrix inverse;
-    if (!invertMatrix(xx, inverse)) return false;
-    beta = multiply(inverse, xy);
-    return true;
+}
+
+// One pass over the cases in file order, each with weight count_i * w_i, forms the outcome
+// system on the columns 1, a, m, [a m], covariates. The mediator system (columns 1, a,
+// covariates; response m) is a part of it: its X'WX is the outcome X'WX without the m and
+// a m rows and columns, and its X'Wm is the m column of the outcome X'WX.
+bool fitReplicate(const BootstrapCases& c, bool interaction, Workspace& ws,
+                  ContinuousModelParameters& out) {
+  const std::size_t qo = (interaction ? 4 : 3) + c.p;
+  const std::size_t covStart = interaction ? 4 : 3;
+  accumulate(c, interaction, ws);
+  const double* xx = ws.xx.data();
+  auto at = [&](std::size_t r, std::size_t s) {
+    return r >= s ? xx[r * (r + 1) / 2 + s] : xx[s * (s + 1) / 2 + r];
   };
-  Vector b, t;
-  if (!solve(ws.mXX, ws.mXy, b) || !solve(ws.oXX, ws.oXy, t)) return false;
+  Matrix outcomeXX(qo, qo);
+  for (std::size_t r = 0; r < qo; ++r) {
+    for (std::size_t s = 0; s < qo; ++s) outcomeXX(r, s) = at(r, s);
+  }
+  // Mediator columns within the outcome system.
+  std::vector<std::size_t> columns = {0, 1};
+  for (std::size_t j = 0; j < c.p; ++j) columns.push_back(covStart + j);
+  const std::size_t qm = columns.size();
+  Matrix mediatorXX(qm, qm);
+  Vector mediatorXy(qm);
+  for (std::size_t r = 0; r < qm; ++r) {
+    mediatorXy[r] = at(columns[r], 2);
+    for (std::size_t s = 0; s < qm; ++s) mediatorXX(r, s) = at(columns[r], columns[s]);
+  }
+  Matrix inverse;
+  if (!invertMatrix(mediatorXX, inverse)) return false;
+  const Vector b = multiply(inverse, mediatorXy);
+  if (!invertMatrix(outcomeXX, inverse)) return false;
+  const Vector t = multiply(inverse, ws.xy);
   out.interaction = interaction;
   out.beta_0 = b[0];
   out.beta_1 = b[1];
@@ -126,7 +142,7 @@ bool fitReplicate(const BootstrapCases& c, bool interaction, Workspace& ws,
   out.theta_1 = t[1];
   out.theta_2 = t[2];
   out.theta_3 = interaction ? t[3] : 0.0;
-  out.theta_4.assign(t.begin() + (interaction ? 4 : 3), t.end());
+  out.theta_4.assign(t.begin() + static_cast<std::ptrdiff_t>(covStart), t.end());
   return true;
 }
 
@@ -145,16 +161,14 @@ BootstrapStore runBootstrap(const BootstrapCases& cases, int nb, int seed,
   bool cancelled = false;
   long failures = 0;
   std::atomic<long> completed{0};
-  const std::size_t qm = 2 + cases.p, qo = (interaction ? 4 : 3) + cases.p;
+  const std::size_t qo = (interaction ? 4 : 3) + cases.p;
 
 #pragma omp parallel num_threads(omp_get_max_threads()) reduction(+ : failures)
   {
     Workspace ws;
     ws.counts.assign(cases.n, 0);
-    ws.mXX = zeroMatrix(qm, qm);
-    ws.oXX = zeroMatrix(qo, qo);
-    ws.mXy.assign(qm, 0.0);
-    ws.oXy.assign(qo, 0.0);
+    ws.xx.assign(qo * (qo + 1) / 2, 0.0);
+    ws.xy.assign(qo, 0.0);
     ws.x.assign(qo, 0.0);
     const int thread = omp_get_thread_num();
 #pragma omp for schedule(dynamic)

@@ -117,8 +117,9 @@ TEST(OutputTables, WithoutInteractionNoInteractionTable) {
   EXPECT_TRUE(hasTitle(items, "Decomposition Analysis (Delta method)"));
 }
 
+// Five replicates cannot give a 95% percentile interval: the bootstrap does not succeed.
 TEST(OutputTables, BootstrapRequestedButNotSucceededShowsEstimatesOnly) {
-  const json items = runReference(kAllTables + "\n /BOOTSTRAP CRITERIA(CILEVEL=95 NSAMPLES=500).");
+  const json items = runReference(kAllTables + "\n /BOOTSTRAP CRITERIA(CILEVEL=95 NSAMPLES=5).");
   ASSERT_TRUE(hasTitle(items, "Decomposition Analysis"));
   for (const json& item : items) {
     if (item["title"] == "Decomposition Analysis") {
@@ -128,6 +129,28 @@ TEST(OutputTables, BootstrapRequestedButNotSucceededShowsEstimatesOnly) {
   }
   EXPECT_FALSE(hasTitle(items, "Decomposition Analysis Results(Bootstrap method)"));
   EXPECT_TRUE(hasTitle(items, "Effect Interpretation"));
+}
+
+TEST(OutputTables, SucceededBootstrapReplacesTheDeltaMethodTables) {
+  const json items =
+      runReference(kAllTables + "\n /BOOTSTRAP CRITERIA(CILEVEL=90 NSAMPLES=400 SEED=3).");
+  EXPECT_EQ(
+      titles(items),
+      (std::vector<std::string>{
+          "Case Processing Summary", "Variable Descriptives", "Mediation Regression Model Summary",
+          "Outcome Regression Model Summary", "Exposure Level Comparison Statistics",
+          "Effect Interpretation", "Covariance matrix - mediator", "Covariance matrix - outcome",
+          "Decomposition Analysis Results(Bootstrap method)",
+          "Interaction Effects Analysis (Bootstrap method)",
+          "Ratio Statistics (Bootstrap method)"}));
+  for (const json& item : items) {
+    if (item["title"] != "Decomposition Analysis Results(Bootstrap method)") continue;
+    EXPECT_EQ(
+        item["footnotes"][0]["text"],
+        "Bootstrap confidence intervals for effects are based on 400 resamples (bias-corrected "
+        "method).");
+    EXPECT_EQ(item["columns"][4][0], "90% Confidence Interval");
+  }
 }
 
 // An outcome that does not depend on the exposure: TE is 0 up to rounding, and the
