@@ -5,6 +5,7 @@ namespace medanlys {
 void MediationCaseData::clear() {
   effects.clear();
   bootstrap.clear();
+  bootstrapReplicates = 0;
   log.clear();
   warnings.clear();
   mediatorFit = WlsFit();

@@ -54,6 +54,7 @@ struct MediationCaseData {
   // Effect inference by effect name, and bootstrap statistics by effect name.
   std::map<std::string, EffectInference> effects;
   std::map<std::string, std::map<std::string, double>> bootstrap;
+  long bootstrapReplicates = 0;  // replicates that ran (fewer than asked when cancelled)
   // The run's log lines and its warnings.
   std::vector<std::string> log;
   std::vector<std::string> warnings;

@@ -196,6 +196,7 @@ int NormalNormalStrategy::run(const RoleMapping& input, MediationCaseData& resul
         stathost::ProcedureProgress progress("Bootstrap", settings_.nSamples, "replicates");
         const BootstrapStore store = runBootstrap(cases, settings_.nSamples, settings_.seed, ref,
                                                   p.interaction, stop_, &progress);
+        results.bootstrapReplicates = store.completed;
         if (store.cancelled) {
           results.flags[FLAG_CANCELLED] = true;
           messages_.GenericWarning(
