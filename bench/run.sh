@@ -7,6 +7,7 @@ cd "$(dirname "$0")/.."
 cmake -S . -B build-bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DMEDANLYS_BENCH=ON -DMEDANLYS_TESTS=OFF >/dev/null
 cmake --build build-bench --parallel "$(nproc)" >/dev/null
 build-bench/bench/bootstrap_bench --benchmark_min_time=1
+build-bench/bench/glm_bench
 sizes=("$@")
 [ ${#sizes[@]} -gt 0 ] || sizes=(10000 100000)
 tmp=$(mktemp -d)
