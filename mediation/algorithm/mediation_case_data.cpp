@@ -9,6 +9,7 @@ void MediationCaseData::clear() {
   log.clear();
   warnings.clear();
   mediatorFit = WlsFit();
+  mediatorLogisticFit = GlmFit();
   outcomeFit = WlsFit();
   reference = ReferencePoint();
   mediatorScale = 1.0;

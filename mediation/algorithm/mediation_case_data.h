@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "algorithm/data_preparation.h"
+#include "models/glm.h"
 #include "models/wls.h"
 
 namespace medanlys {
@@ -59,7 +60,8 @@ struct MediationCaseData {
   std::vector<std::string> log;
   std::vector<std::string> warnings;
   // The fitted models and the point at which the effects were evaluated.
-  WlsFit mediatorFit;
+  WlsFit mediatorFit;          // continuous mediator
+  GlmFit mediatorLogisticFit;  // binary mediator
   WlsFit outcomeFit;
   ReferencePoint reference;
   double mediatorScale = 1.0;

@@ -58,6 +58,10 @@ class BinomialNormalStrategy : public StrategyBase {
   BinomialNormalStrategy(const MediationSettings& settings, stathost::ACAStopProcessor* stop);
   int run(const RoleMapping& input, MediationCaseData& results,
           std::vector<std::string>& errors) override;
+
+ private:
+  void bootstrap(const struct BootstrapCases& cases, const struct ContinuousModelParameters& full,
+                 MediationCaseData& results);
 };
 
 // Binary mediator, binary or count outcome: the factory never creates it.

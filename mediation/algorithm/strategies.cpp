@@ -30,15 +30,6 @@ int NormalBinomialStrategy::run(const RoleMapping&, MediationCaseData&,
   return notAvailable("continuous mediator with a binary or count outcome", errors);
 }
 
-BinomialNormalStrategy::BinomialNormalStrategy(const MediationSettings& settings,
-                                               stathost::ACAStopProcessor* stop)
-    : StrategyBase(settings, stop) {}
-
-int BinomialNormalStrategy::run(const RoleMapping&, MediationCaseData&,
-                                std::vector<std::string>& errors) {
-  return notAvailable("binary mediator with a continuous outcome", errors);
-}
-
 BinomialBinomialStrategy::BinomialBinomialStrategy(const MediationSettings& settings,
                                                    stathost::ACAStopProcessor* stop)
     : StrategyBase(settings, stop) {}

@@ -42,7 +42,8 @@ double muStar(const ContinuousModelParameters& p, const ReferencePoint& r) {
   return mu;
 }
 
-// Ratio fields: 100 X / TE, or NaN when TE is too close to 0.
+}  // namespace
+
 void fillRatios(EffectEstimates& e) {
   const double d = std::max(0.01 * std::fabs(e.TE), 1e-10);
   const bool ok = std::isfinite(e.TE) && d <= std::fabs(e.TE);
@@ -60,8 +61,6 @@ void fillRatios(EffectEstimates& e) {
   e.r_INT_ref = ratio(e.INT_ref);
   e.r_PAI = ratio(e.PAI);
 }
-
-}  // namespace
 
 EffectEstimates computeEffects(const ContinuousModelParameters& p, const ReferencePoint& r) {
   const double delta = r.a_hat - r.a_star;
@@ -125,8 +124,15 @@ std::vector<Vector> effectGradients(const ContinuousModelParameters& p, const Re
   intMed[b1] = p.theta_3 * delta * delta;
   if (p.interaction) intMed[t3] = p.beta_1 * delta * delta;
 
+  return assembleGradients(cde, nde, nie, pie, intMed, e);
+}
+
+std::vector<Vector> assembleGradients(const Vector& cde, const Vector& nde, const Vector& nie,
+                                      const Vector& pie, const Vector& intMed,
+                                      const EffectEstimates& e) {
+  const std::size_t total = cde.size();
   auto combine = [&](std::initializer_list<std::pair<double, const Vector*>> parts) {
-    Vector g = zero();
+    Vector g(total, 0.0);
     for (const auto& [sign, v] : parts) {
       for (std::size_t k = 0; k < total; ++k) g[k] += sign * (*v)[k];
     }

@@ -39,6 +39,15 @@ EffectEstimates computeEffects(const ContinuousModelParameters& p, const Referen
 std::vector<Vector> effectGradients(const ContinuousModelParameters& p, const ReferencePoint& r,
                                     const EffectEstimates& e);
 
+// The gradients of all 22 fields from those of CDE, NDE, NIE, PIE and INT_med: the other
+// effects are sums and differences of these, the ratios 100 X / TE.
+std::vector<Vector> assembleGradients(const Vector& cde, const Vector& nde, const Vector& nie,
+                                      const Vector& pie, const Vector& intMed,
+                                      const EffectEstimates& e);
+
+// TE-based proportions of the record: 100 X / TE, NaN when |TE| is too close to 0.
+void fillRatios(EffectEstimates& e);
+
 // Block-diagonal joint covariance; throws "Covariance matrix dimension mismatch.".
 Matrix jointCovariance(const Matrix& mediatorCov, const Matrix& outcomeCov,
                        std::size_t mediatorSize, std::size_t outcomeSize);

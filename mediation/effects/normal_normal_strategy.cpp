@@ -9,6 +9,7 @@
 
 #include "algorithm/data_preparation.h"
 #include "algorithm/mediation_strategy.h"
+#include "algorithm/model_columns.h"
 #include "effects/bootstrap.h"
 #include "effects/continuous_effects.h"
 #include "models/fit_error.h"
@@ -55,32 +56,11 @@ int NormalNormalStrategy::run(const RoleMapping& input, MediationCaseData& resul
     Vector exposure = input.exposure, mediator = input.mediator, outcome = input.outcome;
     const Vector weights = weighted ? input.weights : Vector(exposure.size(), 1.0);
     const Vector* skewWeights = weighted ? &weights : nullptr;
-    std::vector<Vector> covariates;
-    std::vector<bool> isFactor;
-    for (std::size_t f = 0; f < input.factorCodings.size(); ++f) {
-      for (double level : input.factorCodings[f].levels) {
-        results.covariateLabels.push_back(input.factorCodings[f].variable + "=" +
-                                          stathost::formatShortest(level));
-      }
-    }
-    for (const Vector& dummy : input.factors) {
-      covariates.push_back(dummy);
-      isFactor.push_back(true);
-    }
-    for (std::size_t c = 0; c < input.covariates.size(); ++c) {
-      covariates.push_back(input.covariates[c]);
-      isFactor.push_back(false);
-      results.covariateLabels.push_back(c < input.covariateNames.size() ? input.covariateNames[c]
-                                                                        : "");
-    }
-    if (mediator.size() != exposure.size() || outcome.size() != exposure.size() ||
-        weights.size() != exposure.size() ||
-        std::any_of(covariates.begin(), covariates.end(),
-                    [&](const Vector& c) { return c.size() != exposure.size(); })) {
-      throw FitError(
-          "Invalid data sizes. Exposure, mediator, outcome, covariates, and weights must match.",
-          "All input vectors (A, M, Y) must have the same length");
-    }
+    ModelColumns columns = gatherModelColumns(input);
+    std::vector<Vector>& covariates = columns.covariates;
+    const std::vector<bool>& isFactor = columns.isFactor;
+    results.covariateLabels = columns.labels;
+    checkColumnSizes(exposure, mediator, outcome, weights, columns);
 
     // Reference exposure levels on the original scale.
     ExposureLevels levels =

@@ -28,13 +28,18 @@ int MediationOutput::emit() {
   const OutputContext out{generator_, s, r};
   const bool causal = s.analysisType == CAUSAL;
   // A cancelled run has no fitted models; only what it has is written.
-  const bool fitted = r.mediatorFit.success && r.outcomeFit.success;
+  const bool binaryMediator = s.mediatorDistribution == BINOMIAL;
+  const bool fitted = (binaryMediator ? r.mediatorLogisticFit.converged : r.mediatorFit.success) &&
+                      r.outcomeFit.success;
   const bool bootstrapOk = r.flags[FLAG_BOOTSTRAP_SUCCEEDED] && !r.bootstrap.empty();
   int status = 0;
 
   if (s.print[PRINT_CASE_SUMMARY]) status = writeCaseSummary(out);
   if (s.print[PRINT_DESCRIPTIVES]) status = writeDescriptives(out);
-  if (fitted && s.print[PRINT_MEDIATION_REGRESSION_MODEL]) status = writeLinearMediatorModel(out);
+  if (fitted && s.print[PRINT_MEDIATION_REGRESSION_MODEL]) {
+    status = binaryMediator ? writeLogisticMediatorModel(out, logisticTable(out))
+                            : writeLinearMediatorModel(out);
+  }
   if (fitted && s.print[PRINT_OUTCOME_REGRESSION_MODEL]) status = writeLinearOutcomeModel(out);
   if (fitted && s.print[PRINT_EXPOSURE_STATS]) status = writeExposureStatistics(out);
   if (fitted && causal && !bootstrapOk) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "effects/continuous_effects.h"
 #include "output/output_context.h"
 #include "output/table_builder.h"
 
@@ -58,12 +59,15 @@ int writeLinearModel(const OutputContext& out, bool outcome) {
 constexpr std::size_t kMaxCovarianceOrder = 100;
 
 int writeCovariance(const OutputContext& out, bool outcome) {
-  const WlsFit& fit = outcome ? out.results.outcomeFit : out.results.mediatorFit;
   const bool robust = out.settings.covb == COVB_ROBUST;
-  const Matrix& cov = robust ? fit.covRobust : fit.covModel;
+  const bool logistic = !outcome && out.settings.mediatorDistribution == BINOMIAL;
+  const WlsFit& fit = outcome ? out.results.outcomeFit : out.results.mediatorFit;
+  const GlmFit& glm = out.results.mediatorLogisticFit;
+  const Matrix& cov =
+      logistic ? (robust ? glm.covRobust : glm.covModel) : (robust ? fit.covRobust : fit.covModel);
   const std::size_t order = cov.size1();
   const std::size_t shown = std::min(order, kMaxCovarianceOrder);
-  const std::size_t parameters = fit.coefficients.size();
+  const std::size_t parameters = logistic ? glm.coefficients.size() : fit.coefficients.size();
   std::vector<std::string> labels = parameterLabels(out.settings, outcome, parameters, false);
   // Labels that do not match the matrix leave the extra rows and columns their index.
   const bool mismatch = parameters != order;
@@ -92,6 +96,29 @@ int writeCovariance(const OutputContext& out, bool outcome) {
 
 int writeLinearMediatorModel(const OutputContext& out) { return writeLinearModel(out, false); }
 int writeLinearOutcomeModel(const OutputContext& out) { return writeLinearModel(out, true); }
+
+GlmModelTable logisticTable(const OutputContext& out) {
+  const GlmFit& fit = out.results.mediatorLogisticFit;
+  const bool robust = out.settings.covb == COVB_ROBUST;
+  const double z = criticalValue(out.settings.ciLevel);
+  GlmModelTable table;
+  for (std::size_t j = 0; j < fit.coefficients.size(); ++j) {
+    CoefficientRow row;
+    row.estimate = fit.coefficients[j];
+    row.robustSE = fit.seRobust[j];
+    row.modelSE = fit.seModel[j];
+    const double se = robust ? row.robustSE : row.modelSE;
+    row.lower = std::exp(row.estimate - z * se);
+    row.upper = std::exp(row.estimate + z * se);
+    table.rows.push_back(row);
+  }
+  table.pseudoR2 = fit.pseudoR2;
+  table.aic = fit.aic;
+  table.bic = fit.bic;
+  table.deviance = fit.deviance;
+  table.dispersion = fit.dispersion;
+  return table;
+}
 
 int writeLogisticMediatorModel(const OutputContext& out, const GlmModelTable& model) {
   TableBuilder t(out.generator, "Mediation Regression Model Summary");

@@ -50,6 +50,9 @@ int writeLinearMediatorModel(const OutputContext& out);
 int writeLinearOutcomeModel(const OutputContext& out);
 int writeLogisticMediatorModel(const OutputContext& out, const GlmModelTable& model);
 int writeGlmOutcomeModel(const OutputContext& out, const GlmModelTable& model);
+// The logistic mediator model of the run as a model table (limits of the odds ratio at the
+// confidence level, on the covariance COVB names).
+GlmModelTable logisticTable(const OutputContext& out);
 int writeCovarianceMatrices(const OutputContext& out);
 int writeDecomposition(const OutputContext& out, bool bootstrap);
 int writeInteractionEffects(const OutputContext& out, bool bootstrap);
