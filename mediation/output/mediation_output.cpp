@@ -1,5 +1,6 @@
 #include "output/mediation_output.h"
 
+#include "output/charts.h"
 #include "output/output_context.h"
 #include "syntax/mediation_settings.h"
 
@@ -60,6 +61,7 @@ int MediationOutput::emit() {
       status = writeRatioStatistics(out, true);
     }
   }
+  if (fitted) status = writeCharts(out);
   converter.generateOutput(generator_.getProcedureStatJSON());
   return status;
 }
