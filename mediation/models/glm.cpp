@@ -141,7 +141,9 @@ void iterate(const DesignMatrix& X, const Vector& y, const Vector& w, const Fami
   };
   double current = objective(mu);
   std::size_t diverging = 0;
-  for (int it = 1; it <= o.maxIterations; ++it) {
+  int polish = 0;
+  for (int it = 1; it <= o.maxIterations + 25; ++it) {
+    if (!fit.converged && it > o.maxIterations) break;
     fit.iterations = it;
     informationAndScore(X, y, w, eta, mu, family, info, score);
     if (!invertInformation(info, o, fit.log, it, inverse)) {
@@ -200,10 +202,13 @@ void iterate(const DesignMatrix& X, const Vector& y, const Vector& w, const Fami
     eta = trialEta;
     mu = trialMu;
     current = trialObjective;
-    if (change < o.pConverge) {
+    if (!fit.converged && change < o.pConverge) {
       fit.converged = true;
-      break;
+      polish = 0;
     }
+    // Once converged by the criterion, a few more steps reach the maximum to machine
+    // precision: Fisher scoring under a non-canonical link converges only linearly.
+    if (fit.converged && (change < 1e-12 || ++polish > 25)) break;
   }
   if (!fit.converged) {
     fit.message = "The " + family.name() + " model did not converge in " +
