@@ -11,6 +11,7 @@ void MediationCaseData::clear() {
   mediatorFit = WlsFit();
   mediatorLogisticFit = GlmFit();
   outcomeFit = WlsFit();
+  outcomeGlmFit = GlmFit();
   reference = ReferencePoint();
   mediatorScale = 1.0;
   transformations.clear();

@@ -62,7 +62,8 @@ struct MediationCaseData {
   // The fitted models and the point at which the effects were evaluated.
   WlsFit mediatorFit;          // continuous mediator
   GlmFit mediatorLogisticFit;  // binary mediator
-  WlsFit outcomeFit;
+  WlsFit outcomeFit;           // continuous outcome
+  GlmFit outcomeGlmFit;        // binary or count outcome
   ReferencePoint reference;
   double mediatorScale = 1.0;
   TransformationRecords transformations;

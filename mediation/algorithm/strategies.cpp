@@ -21,15 +21,6 @@ void StrategyBase::report(const FitError& failure) const {
   if (!failure.userMessage().empty()) messages_.GenericError(failure.userMessage());
 }
 
-NormalBinomialStrategy::NormalBinomialStrategy(const MediationSettings& settings,
-                                               stathost::ACAStopProcessor* stop)
-    : StrategyBase(settings, stop) {}
-
-int NormalBinomialStrategy::run(const RoleMapping&, MediationCaseData&,
-                                std::vector<std::string>& errors) {
-  return notAvailable("continuous mediator with a binary or count outcome", errors);
-}
-
 BinomialBinomialStrategy::BinomialBinomialStrategy(const MediationSettings& settings,
                                                    stathost::ACAStopProcessor* stop)
     : StrategyBase(settings, stop) {}

@@ -235,7 +235,7 @@ constexpr double kXx = 12, kXy = 40, kMx = 50, kMy = 80, kYx = 88, kYy = 40;
 void MediationPathDiagram::fillData() {
   const MediationSettings& s = out_.settings;
   const Vector& beta = mediatorCoefficients(out_);
-  const Vector& theta = out_.results.outcomeFit.coefficients;
+  const Vector& theta = outcomeCoefficients(out_);
   addStringDataVariable({s.predictorVar, s.mediatorVar, s.outcomeVar}, "nodeName");
   addDoubleDataVariable({kXx, kMx, kYx}, "nodeX");
   addDoubleDataVariable({kXy, kMy, kYy}, "nodeY");
@@ -256,8 +256,9 @@ void MediationPathDiagram::fillData() {
   // Colour category per path type: 1 exposure-mediator, 2 mediator-outcome, 3 direct.
   addStringDataVariable({"1", "2", "3"}, "pathColorCat");
   if (s.analysisType == CAUSAL) {
+    const std::string prefix = s.outcomeDistribution == NORMAL ? "" : "excRR_";
     const auto est = [&](const char* name) {
-      const auto it = out_.results.effects.find(name);
+      const auto it = out_.results.effects.find(prefix + name);
       return it == out_.results.effects.end() ? NAN : it->second.estimate;
     };
     const std::vector<std::pair<const char*, double>> nodes = {
@@ -490,7 +491,8 @@ int writeCharts(const OutputContext& out) {
     chart.fillData();
     status = chart.addGPLGraphToProcedureJSON();
   }
-  if (s.plot.forestPlot) {
+  // The ratio-scale forest plot of a binary or count outcome is not drawn yet.
+  if (s.plot.forestPlot && s.outcomeDistribution == NORMAL) {
     MediationForestPlot chart(&out.generator, out, forestRows(out));
     chart.fillData();
     status = chart.addGPLGraphToProcedureJSON();

@@ -8,8 +8,8 @@ namespace medanlys {
 namespace {
 
 struct EffectRow {
-  const char* key;
-  const char* label;
+  std::string key;
+  std::string label;
 };
 
 // The continuous-outcome rows; ratio-outcome rows come with their strategies.
@@ -51,9 +51,39 @@ bool outcomeNonNormal(const OutputContext& out) {
   return out.settings.outcomeDistribution != NORMAL;
 }
 
+// The ratio prefix of the outcome's family and link; the binary-mediator strategies keep
+// their ratio effects under the OR_ names whatever the label.
+std::string labelPrefix(const OutputContext& out) {
+  const MediationSettings& s = out.settings;
+  if (s.outcomeDistribution == BINOMIAL) return s.outcomeLink == LOG ? "RR_" : "OR_";
+  return "IRR_";
+}
+
+std::vector<EffectRow> decompositionRows(const OutputContext& out) {
+  if (!outcomeNonNormal(out)) return kDecompositionRows;
+  const std::string label = labelPrefix(out);
+  const std::string key = mediatorBinomial(out) ? "OR_" : label;
+  std::vector<EffectRow> rows;
+  for (const char* e : {"CDE", "NDE", "NIE", "TE", "PIE"}) rows.push_back({key + e, label + e});
+  for (const char* e : {"CDE", "NDE", "NIE", "TE", "PIE"}) {
+    rows.push_back({std::string("excRR_") + e, std::string("excRR_") + e});
+  }
+  return rows;
+}
+
+std::vector<EffectRow> interactionRows(const OutputContext& out) {
+  if (!outcomeNonNormal(out)) return kInteractionRows;
+  const std::string label = labelPrefix(out);
+  const std::string key = mediatorBinomial(out) ? "OR_" : label;
+  return {{key + "INTmed", label + "INTmed"},
+          {key + "INTref", label + "INTref"},
+          {"excRR_INTmed", "excRR_INTmed"},
+          {"excRR_INTref", "excRR_INTref"}};
+}
+
 // Estimate, SE, z, p and limits of one effect from the delta-method map or the bootstrap
 // statistics; absent keys give no row.
-bool lookup(const OutputContext& out, const char* key, bool bootstrap, EffectInference& e) {
+bool lookup(const OutputContext& out, const std::string& key, bool bootstrap, EffectInference& e) {
   if (!bootstrap) {
     auto it = out.results.effects.find(key);
     if (it == out.results.effects.end()) return false;
@@ -112,12 +142,12 @@ int writeDecomposition(const OutputContext& out, bool bootstrap) {
   std::vector<std::string> footnotes;
   if (bootstrap) {
     footnotes.push_back("Bootstrap confidence intervals for effects are based on " +
-                        std::to_string(out.settings.nSamples) +
+                        std::to_string(out.results.bootstrapReplicates) +
                         " resamples (bias-corrected method).");
     if (outcomeNonNormal(out)) footnotes.push_back(kLogScaleFootnote);
     if (mediatorBinomial(out) && outcomeNonNormal(out)) footnotes.push_back(kOrPaiFootnote);
     return writeEffects(out, "Decomposition Analysis Results(Bootstrap method)", footnotes,
-                        kDecompositionRows, true, false);
+                        decompositionRows(out), true, false);
   }
   if (outcomeNonNormal(out)) footnotes.push_back(kLogScaleFootnote);
   if (mediatorBinomial(out) || outcomeNonNormal(out)) footnotes.push_back(kSeparationFootnote);
@@ -125,7 +155,7 @@ int writeDecomposition(const OutputContext& out, bool bootstrap) {
   const bool estimatesOnly = bootstrapFailed(out);
   return writeEffects(
       out, estimatesOnly ? "Decomposition Analysis" : "Decomposition Analysis (Delta method)",
-      footnotes, kDecompositionRows, false, estimatesOnly);
+      footnotes, decompositionRows(out), false, estimatesOnly);
 }
 
 int writeInteractionEffects(const OutputContext& out, bool bootstrap) {
@@ -134,7 +164,8 @@ int writeInteractionEffects(const OutputContext& out, bool bootstrap) {
   return writeEffects(out,
                       bootstrap ? "Interaction Effects Analysis (Bootstrap method)"
                                 : "Interaction Effects Analysis",
-                      footnotes, kInteractionRows, bootstrap, !bootstrap && bootstrapFailed(out));
+                      footnotes, interactionRows(out), bootstrap,
+                      !bootstrap && bootstrapFailed(out));
 }
 
 int writeRatioStatistics(const OutputContext& out, bool bootstrap) {

@@ -30,8 +30,9 @@ int MediationOutput::emit() {
   const bool causal = s.analysisType == CAUSAL;
   // A cancelled run has no fitted models; only what it has is written.
   const bool binaryMediator = s.mediatorDistribution == BINOMIAL;
+  const bool normalOutcome = s.outcomeDistribution == NORMAL;
   const bool fitted = (binaryMediator ? r.mediatorLogisticFit.converged : r.mediatorFit.success) &&
-                      r.outcomeFit.success;
+                      (normalOutcome ? r.outcomeFit.success : r.outcomeGlmFit.converged);
   const bool bootstrapOk = r.flags[FLAG_BOOTSTRAP_SUCCEEDED] && !r.bootstrap.empty();
   int status = 0;
 
@@ -41,7 +42,10 @@ int MediationOutput::emit() {
     status = binaryMediator ? writeLogisticMediatorModel(out, logisticTable(out))
                             : writeLinearMediatorModel(out);
   }
-  if (fitted && s.print[PRINT_OUTCOME_REGRESSION_MODEL]) status = writeLinearOutcomeModel(out);
+  if (fitted && s.print[PRINT_OUTCOME_REGRESSION_MODEL]) {
+    status = normalOutcome ? writeLinearOutcomeModel(out)
+                           : writeGlmOutcomeModel(out, glmOutcomeTable(out));
+  }
   if (fitted && s.print[PRINT_EXPOSURE_STATS]) status = writeExposureStatistics(out);
   if (fitted && causal && !bootstrapOk) {
     if (s.print[PRINT_DECOMP_RESULTS]) status = writeDecomposition(out, false);

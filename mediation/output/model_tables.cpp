@@ -97,8 +97,9 @@ int writeCovariance(const OutputContext& out, bool outcome) {
 int writeLinearMediatorModel(const OutputContext& out) { return writeLinearModel(out, false); }
 int writeLinearOutcomeModel(const OutputContext& out) { return writeLinearModel(out, true); }
 
-GlmModelTable logisticTable(const OutputContext& out) {
-  const GlmFit& fit = out.results.mediatorLogisticFit;
+namespace {
+
+GlmModelTable tableOf(const OutputContext& out, const GlmFit& fit) {
   const bool robust = out.settings.covb == COVB_ROBUST;
   const double z = criticalValue(out.settings.ciLevel);
   GlmModelTable table;
@@ -118,6 +119,20 @@ GlmModelTable logisticTable(const OutputContext& out) {
   table.deviance = fit.deviance;
   table.dispersion = fit.dispersion;
   return table;
+}
+
+}  // namespace
+
+GlmModelTable logisticTable(const OutputContext& out) {
+  return tableOf(out, out.results.mediatorLogisticFit);
+}
+GlmModelTable glmOutcomeTable(const OutputContext& out) {
+  return tableOf(out, out.results.outcomeGlmFit);
+}
+
+const std::vector<double>& outcomeCoefficients(const OutputContext& out) {
+  return out.settings.outcomeDistribution == NORMAL ? out.results.outcomeFit.coefficients
+                                                    : out.results.outcomeGlmFit.coefficients;
 }
 
 int writeLogisticMediatorModel(const OutputContext& out, const GlmModelTable& model) {

@@ -53,6 +53,10 @@ int writeGlmOutcomeModel(const OutputContext& out, const GlmModelTable& model);
 // The logistic mediator model of the run as a model table (limits of the odds ratio at the
 // confidence level, on the covariance COVB names).
 GlmModelTable logisticTable(const OutputContext& out);
+// The GLM outcome model of the run as a model table.
+GlmModelTable glmOutcomeTable(const OutputContext& out);
+// Outcome model coefficients, whichever model was fitted.
+const std::vector<double>& outcomeCoefficients(const OutputContext& out);
 int writeCovarianceMatrices(const OutputContext& out);
 int writeDecomposition(const OutputContext& out, bool bootstrap);
 int writeInteractionEffects(const OutputContext& out, bool bootstrap);

@@ -21,21 +21,7 @@ using testsupport::IsClose;
 constexpr double kEffectTol = 1e-6;
 
 int analyse(const std::string& command, MediationCaseData& results) {
-  stathost::CommandDescriptor grammar("MEDIATION ANALYSIS");
-  CommandDescriptionBuilder builder(grammar);
-  for (int i = 0; i < CommandDescriptionBuilder::kSubcommandCount; ++i) builder.declare(i);
-  stathost::STAX_TokenSequence tokens(command, 1);
-  stathost::CommandSpec parsed;
-  stathost::UniversalParser parser(tokens, parsed, grammar);
-  if (parser.getCommandSpecifications() != 0) return 1;
-  stathost::ProcedureDataSource source;
-  MediationSettings settings(parsed, grammar, source);
-  for (int i = 0; i < CommandDescriptionBuilder::kSubcommandCount; ++i) {
-    if (!settings.prepareInputSetting(i)) return 1;
-  }
-  if (!settings.finalizeSettings()) return 1;
-  MedAnalysisAlgo algo(settings, results);
-  return algo.start();
+  return testsupport::analyseCommand(command, results);
 }
 
 // regmedint's names for ours.

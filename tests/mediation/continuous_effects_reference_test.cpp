@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "algorithm/med_analysis_algo.h"
+#include "module_fixture.h"
 #include "reference_data.h"
 #include "stathost/host_session.h"
 #include "stathost/universal_parser.h"
@@ -22,21 +23,7 @@ constexpr double kPTol = 1e-5;       // p values far in the tail lose a little m
 
 // Runs settings, case reading and the driver on the active data; the results stay.
 int analyse(const std::string& command, MediationCaseData& results) {
-  stathost::CommandDescriptor grammar("MEDIATION ANALYSIS");
-  CommandDescriptionBuilder builder(grammar);
-  for (int i = 0; i < CommandDescriptionBuilder::kSubcommandCount; ++i) builder.declare(i);
-  stathost::STAX_TokenSequence tokens(command, 1);
-  stathost::CommandSpec parsed;
-  stathost::UniversalParser parser(tokens, parsed, grammar);
-  if (parser.getCommandSpecifications() != 0) return 1;
-  stathost::ProcedureDataSource source;
-  MediationSettings settings(parsed, grammar, source);
-  for (int i = 0; i < CommandDescriptionBuilder::kSubcommandCount; ++i) {
-    if (!settings.prepareInputSetting(i)) return 1;
-  }
-  if (!settings.finalizeSettings()) return 1;
-  MedAnalysisAlgo algo(settings, results);
-  return algo.start();
+  return testsupport::analyseCommand(command, results);
 }
 
 struct EffectCase {

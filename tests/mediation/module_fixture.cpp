@@ -2,7 +2,11 @@
 
 #include <cmath>
 
+#include "algorithm/med_analysis_algo.h"
 #include "entry/medanlys_entry.h"
+#include "stathost/universal_parser.h"
+#include "syntax/command_description_builder.h"
+#include "syntax/mediation_settings.h"
 
 namespace testsupport {
 
@@ -62,6 +66,25 @@ std::string validCommand(const std::string& variables, const std::string& medmod
          "\n  /CRITERIA " +
          (criteria.empty() ? "CILEVEL=95 CITYPE=DELTA COVB=MODEL ANALYSISTYPE=CAUSAL" : criteria) +
          "\n  /PRINT" + rest + ".";
+}
+
+int analyseCommand(const std::string& command, medanlys::MediationCaseData& results) {
+  using namespace medanlys;
+  stathost::CommandDescriptor grammar("MEDIATION ANALYSIS");
+  CommandDescriptionBuilder builder(grammar);
+  for (int i = 0; i < CommandDescriptionBuilder::kSubcommandCount; ++i) builder.declare(i);
+  stathost::STAX_TokenSequence tokens(command, 1);
+  stathost::CommandSpec parsed;
+  stathost::UniversalParser parser(tokens, parsed, grammar);
+  if (parser.getCommandSpecifications() != 0) return 1;
+  stathost::ProcedureDataSource source;
+  MediationSettings settings(parsed, grammar, source);
+  for (int i = 0; i < CommandDescriptionBuilder::kSubcommandCount; ++i) {
+    if (!settings.prepareInputSetting(i)) return 1;
+  }
+  if (!settings.finalizeSettings()) return 1;
+  MedAnalysisAlgo algo(settings, results);
+  return algo.start();
 }
 
 }  // namespace testsupport

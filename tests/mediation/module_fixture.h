@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "algorithm/mediation_case_data.h"
 #include "stathost/host_session.h"
 #include "test_util.h"
 
@@ -30,5 +31,10 @@ class ModuleTest : public ::testing::Test {
 std::string validCommand(const std::string& variables = "", const std::string& medmodel = "",
                          const std::string& outmodel = "", const std::string& criteria = "",
                          const std::string& rest = "");
+
+// Parses the command with the module's grammar, runs the settings readers, the case
+// reading and the driver on the active data set; returns 0 when the analysis ran. The
+// results stay in `results`.
+int analyseCommand(const std::string& command, medanlys::MediationCaseData& results);
 
 }  // namespace testsupport

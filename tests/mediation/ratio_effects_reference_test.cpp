@@ -4,7 +4,9 @@
 
 #include "effects/ratio_effects.h"
 #include "models/glm.h"
+#include "module_fixture.h"
 #include "reference_data.h"
+#include "stathost/host_session.h"
 
 namespace {
 
@@ -115,5 +117,61 @@ INSTANTIATE_TEST_SUITE_P(
                       RatioCase{"nnb_count", 0, GlmFamily::kNegBinLog, true, false, "IRR_"},
                       RatioCase{"nnb_count", 1, GlmFamily::kNegBinLog, false, false, "IRR_"},
                       RatioCase{"nnb_count", 2, GlmFamily::kNegBinLog, true, false, "IRR_"}));
+
+// The whole analysis from the command: the strategy's preparation, fits and inference give
+// the same numbers.
+struct CommandCase {
+  const char* dataset;
+  int config;
+  const char* outmodel;
+  friend std::ostream& operator<<(std::ostream& os, const CommandCase& c) {
+    return os << c.dataset << "#" << c.config;
+  }
+};
+
+class RatioAnalysisFromCommand : public ::testing::TestWithParam<CommandCase> {
+ protected:
+  void SetUp() override {
+    stathost::HostSession::instance().setActiveDataset(
+        testsupport::referenceData(GetParam().dataset));
+    stathost::HostSession::instance().beginRun();
+  }
+  void TearDown() override {
+    stathost::HostSession::instance().endRun();
+    stathost::HostSession::instance().setActiveDataset(nullptr);
+  }
+};
+
+TEST_P(RatioAnalysisFromCommand, MatchesTheClosedForms) {
+  const json config =
+      testsupport::referenceValues(GetParam().dataset)["configs"][GetParam().config];
+  const bool interaction = config["interaction"];
+  MediationCaseData results;
+  ASSERT_EQ(
+      testsupport::analyseCommand(
+          std::string(
+              "MEDIATION ANALYSIS OUTCOMEVAR=Y MEDIATORVAR=M PREDICTORVAR=A(BLEVEL=0 ELEVEL=1 "
+              "INTERACTION=") +
+              (interaction ? "TRUE" : "FALSE") +
+              ") WITH C1 C2 /MEDMODEL DISTRIBUTION=NORMAL /OUTMODEL " + GetParam().outmodel +
+              " /CRITERIA CILEVEL=95 CITYPE=DELTA COVB=MODEL ANALYSISTYPE=CAUSAL /PRINT.",
+          results),
+      0);
+  for (const auto& [name, ref] : config["lab_closed_form"]["effects"].items()) {
+    SCOPED_TRACE(name);
+    ASSERT_TRUE(results.effects.count(name));
+    EXPECT_TRUE(IsClose(results.effects.at(name).estimate, ref["est"], kEffectTol));
+    if (!ref["se"].is_null()) {
+      EXPECT_TRUE(IsClose(results.effects.at(name).se, ref["se"], kEffectTol));
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Outcomes, RatioAnalysisFromCommand,
+    ::testing::Values(CommandCase{"nb_logit", 0, "DISTRIBUTION=BINOMIAL LINK=LOGIT"},
+                      CommandCase{"np_count", 1, "DISTRIBUTION=POISSON LINK=LOG"},
+                      CommandCase{"nnb_count", 0, "DISTRIBUTION=NEGBIN(MLE) LINK=LOG"},
+                      CommandCase{"nnb_count", 1, "DISTRIBUTION=NEGBIN(1) LINK=LOG"}));
 
 }  // namespace
