@@ -114,7 +114,7 @@ std::string MediationBarPlot::getGPLText() {
   if (!proportions_) {
     gpl += data("mediator_level", true) + data("outcome_mean");
     gpl += "GUIDE: axis(dim(1), label(\"" + s.mediatorVar + " (Binary)\"))\n";
-    gpl += "GUIDE: axis(dim(2), label(\"Mean " + s.outcomeVar + ")\"))\n";
+    gpl += "GUIDE: axis(dim(2), label(\"Mean (" + s.outcomeVar + ")\"))\n";
     gpl += "GUIDE: text.title(label(\"" + title() + "\"))\n";
     gpl += "GUIDE: text.footnote(label(\"Bars represent group mean values.\"))\n";
     gpl += "SCALE: cat(dim(1))\nSCALE: linear(dim(2), include(0))\n";

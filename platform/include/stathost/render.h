@@ -15,7 +15,8 @@ std::string renderHtml(const nlohmann::json& document);
 // possible (wide tables are split into panels, long text is wrapped); 0 means no limit.
 std::string renderText(const nlohmann::json& document, int maxWidth = 0);
 
-// One chart item as an HTML fragment (title, GPL source and the chart's data columns).
+// One chart item as an HTML fragment: the chart drawn as inline SVG from its GPL statements
+// and data, with the data columns and the GPL text folded underneath.
 std::string renderChartHtml(const nlohmann::json& chart);
 
 // Escapes &, <, >, " and ' for use in HTML text and attribute values. UTF-8 passes unchanged.

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "render_common.h"
+#include "stathost/gpl_chart.h"
 #include "stathost/render.h"
 
 namespace stathost {
@@ -150,11 +151,18 @@ table.chart-data th, table.chart-data td { padding: 2px 10px; }
 table.chart-data thead th { font-weight: 600; border-bottom: 1px solid var(--rule); text-align: left; }
 table.chart-data thead th.num { text-align: right; }
 table.chart-data .kind { display: block; font-weight: 400; color: var(--muted); font-size: 11px; }
-details.gpl { margin-top: 8px; font-size: 13px; }
+details.gpl { margin-top: 4px; font-size: 13px; }
+.chart-canvas { margin: 0 0 8px; }
+.chart-canvas svg.gpl-chart { display: block; width: 100%; max-width: 640px; height: auto; }
+.chart-problem {
+  margin: 0 0 8px; padding: 6px 11px; font-size: 13px; color: var(--muted);
+  background: var(--panel); border-left: 4px solid var(--hair); border-radius: 0 4px 4px 0;
+}
 footer { padding: 12px 36px 24px; font-size: 12px; color: var(--muted); border-top: 1px solid var(--hair); }
 @media print {
   .report-header { background: none; }
   details > pre { display: block; }
+  .chart-canvas svg.gpl-chart { break-inside: avoid; }
   .run { break-inside: avoid-page; }
 }
 )css";
@@ -424,14 +432,28 @@ std::string chartDataBodyHtml(const Json& columns) {
 }  // namespace
 
 std::string renderChartHtml(const Json& chart) {
-  std::string out = "<figure class=\"item chart\">\n<div class=\"item-title\">" +
-                    htmlEscape(stringOf(chart, "title", "Chart")) + "</div>\n";
+  std::string out = "<figure class=\"item chart\">\n";
+  const gpl::ChartDrawing drawing = gpl::drawChart(chart);
+  if (drawing.ok) {
+    out += "<div class=\"chart-canvas\">" + drawing.svg + "</div>\n";
+    if (!drawing.omitted.empty()) {
+      std::string parts;
+      for (const std::string& part : drawing.omitted) {
+        parts += (parts.empty() ? "" : "; ") + htmlEscape(part);
+      }
+      out += "<p class=\"chart-note\">Not drawn: " + parts + "</p>\n";
+    }
+  } else {
+    out += "<div class=\"item-title\">" + htmlEscape(stringOf(chart, "title", "Chart")) +
+           "</div>\n<p class=\"chart-problem\">This chart could not be drawn: " +
+           htmlEscape(drawing.problem) + "</p>\n";
+  }
   const Json& columns = arrayOf(chart, "data");
   size_t rows = 0;
   for (const Json& column : columns) rows = std::max(rows, arrayOf(column, "values").size());
-  // Short data is shown open; long data (a scatter plot's cases) stays folded.
-  out += std::string("<details class=\"chart-data-block\"") + (rows <= 20 ? " open" : "") +
-         "><summary class=\"chart-note\">Chart data (" + std::to_string(columns.size()) +
+  // The drawing comes first; its data and GPL source stay folded beneath it.
+  out += std::string("<details class=\"chart-data-block\">") +
+         "<summary class=\"chart-note\">Chart data (" + std::to_string(columns.size()) +
          (columns.size() == 1 ? " column, " : " columns, ") + std::to_string(rows) +
          (rows == 1 ? " row" : " rows") + ")</summary>\n";
   if (!columns.empty()) {
