@@ -13,6 +13,7 @@
 #include "algorithm/model_columns.h"
 #include "effects/binary_bootstrap.h"
 #include "effects/binary_mediator_effects.h"
+#include "effects/strategy_support.h"
 #include "models/fit_error.h"
 #include "models/glm.h"
 #include "stathost/format.h"
@@ -21,23 +22,9 @@
 namespace medanlys {
 namespace {
 
-std::string elapsed(const char* what, double start) {
-  char line[128];
-  std::snprintf(line, sizeof line, "%s%.3f s", what, omp_get_wtime() - start);
-  return line;
-}
+std::string elapsed(const char* what, double start) { return elapsedSince(what, start); }
 
 std::string num(double v) { return stathost::formatShortest(v); }
-
-GlmOptions optionsOf(const MediationSettings& s) {
-  GlmOptions o;
-  o.maxIterations = s.maxIterations;
-  o.pConverge = s.pConverge;
-  o.singular = s.singular;
-  o.maxStepHalving = s.maxStepHalving;
-  o.ridgePenalty = s.ridgePenalty;
-  return o;
-}
 
 // Codes the mediator 0 (reference) / 1 (event) by MED_REFERENCE, with its log lines.
 Vector codeMediator(const Vector& mediator, const ReferenceSetting& setting, Log& log) {
@@ -151,7 +138,7 @@ int BinomialNormalStrategy::run(const RoleMapping& input, MediationCaseData& res
     t = omp_get_wtime();
     const DesignMatrix mX = mediatorDesign(exposure, columns.covariates);
     results.mediatorLogisticFit =
-        fitLogisticNR_Variant2(mX, mediator, weights, optionsOf(settings_));
+        fitLogisticNR_Variant2(mX, mediator, weights, glmOptions(settings_));
     const GlmFit& mFit = results.mediatorLogisticFit;
     log.insert(log.end(), mFit.log.begin(), mFit.log.end());
     if (!mFit.converged)
@@ -164,18 +151,8 @@ int BinomialNormalStrategy::run(const RoleMapping& input, MediationCaseData& res
 
     // Effects and the delta method over (beta, theta).
     t = omp_get_wtime();
-    ContinuousModelParameters p;
-    const Vector& b = mFit.coefficients;
-    const Vector& th = results.outcomeFit.coefficients;
-    p.interaction = settings_.interaction;
-    p.beta_0 = b[0];
-    p.beta_1 = b[1];
-    p.beta_2.assign(b.begin() + 2, b.end());
-    p.theta_0 = th[0];
-    p.theta_1 = th[1];
-    p.theta_2 = th[2];
-    p.theta_3 = p.interaction ? th[3] : 0.0;
-    p.theta_4.assign(th.begin() + (p.interaction ? 4 : 3), th.end());
+    const ContinuousModelParameters p =
+        modelParameters(mFit.coefficients, results.outcomeFit.coefficients, settings_.interaction);
     const EffectEstimates effects = computeBinaryMediatorEffects(p, ref);
     const bool robust = settings_.covb == COVB_ROBUST;
     const Matrix sigma =
@@ -189,18 +166,8 @@ int BinomialNormalStrategy::run(const RoleMapping& input, MediationCaseData& res
 
     if (settings_.bootstrapGiven || settings_.ciType == CITYPE_BOOTSTRAP) {
       results.flags[FLAG_BOOTSTRAP_REQUESTED] = true;
-      BootstrapCases cases;
-      cases.n = exposure.size();
-      cases.p = columns.covariates.size();
-      cases.exposure = exposure;
-      cases.mediator = mediator;
-      cases.outcome = outcome;
-      cases.weights = weights;
-      cases.covariates.resize(cases.n * cases.p);
-      for (std::size_t i = 0; i < cases.n; ++i) {
-        for (std::size_t j = 0; j < cases.p; ++j)
-          cases.covariates[i * cases.p + j] = columns.covariates[j][i];
-      }
+      const BootstrapCases cases =
+          bootstrapCases(exposure, mediator, outcome, weights, columns.covariates);
       try {
         bootstrap(cases, p, results);
       } catch (const std::exception& e) {
@@ -243,7 +210,7 @@ void BinomialNormalStrategy::bootstrap(const BootstrapCases& cases,
   const DesignMatrix mX = buildMediatorDesignMatrix(cases.exposure, covariates);
   const OutcomeDesign oD = buildOutcomeDesignMatrix(cases.exposure, cases.mediator, cases.outcome,
                                                     covariates, full.interaction);
-  GlmOptions options = optionsOf(settings_);
+  GlmOptions options = glmOptions(settings_);
   const ReferencePoint ref = results.reference;
   const ReplicateFitter fit = [&](long, const Vector& w, bool firth) {
     ReplicateResult r;
@@ -265,15 +232,7 @@ void BinomialNormalStrategy::bootstrap(const BootstrapCases& cases,
         return r;
       }
       theta = multiply(inverse, xtwy);
-      ContinuousModelParameters p = full;
-      p.beta_0 = beta[0];
-      p.beta_1 = beta[1];
-      p.beta_2.assign(beta.begin() + 2, beta.end());
-      p.theta_0 = theta[0];
-      p.theta_1 = theta[1];
-      p.theta_2 = theta[2];
-      p.theta_3 = p.interaction ? theta[3] : 0.0;
-      p.theta_4.assign(theta.begin() + (p.interaction ? 4 : 3), theta.end());
+      const ContinuousModelParameters p = modelParameters(beta, theta, full.interaction);
       r.effects = computeBinaryMediatorEffects(p, ref);
       r.ok = true;
     } catch (const std::exception& e) {
@@ -294,12 +253,7 @@ void BinomialNormalStrategy::bootstrap(const BootstrapCases& cases,
   for (const auto& [name, summary] : summaries)
     results.bootstrap[name] = summaryStatistics(summary);
   results.bootstrapReplicates = nb;
-  bool usable = !results.bootstrap.empty();
-  for (std::size_t k = 0; k < 10 && usable; ++k) {
-    const auto& stats = results.bootstrap[kEffectFields[k].name];
-    usable = std::isfinite(stats.at("percentile_ci_lower")) &&
-             std::isfinite(stats.at("percentile_ci_upper"));
-  }
+  const bool usable = bootstrapUsable(results);
   results.flags[FLAG_BOOTSTRAP_SUCCEEDED] = usable;
   log.push_back(usable ? "Bootstrap results stored for table generation: " +
                              std::to_string(results.bootstrap.size()) + " effects"

@@ -11,6 +11,7 @@
 #include "algorithm/mediation_strategy.h"
 #include "algorithm/model_columns.h"
 #include "effects/ratio_effects.h"
+#include "effects/strategy_support.h"
 #include "models/fit_error.h"
 #include "models/glm.h"
 #include "stathost/format.h"
@@ -20,20 +21,7 @@ namespace medanlys {
 namespace {
 
 std::string elapsed(const char* what, double start) {
-  char line[128];
-  std::snprintf(line, sizeof line, "%s %.3f s", what, omp_get_wtime() - start);
-  return line;
-}
-
-MLevelKind mLevelKind(MediatorLevelKind kind) {
-  switch (kind) {
-    case MediatorLevelKind::kMedian:
-      return MLevelKind::kMedian;
-    case MediatorLevelKind::kCustom:
-      return MLevelKind::kCustom;
-    default:
-      return MLevelKind::kMean;
-  }
+  return elapsedSince(std::string(what) + " ", start);
 }
 
 const char* kInvalidCombination =
@@ -161,12 +149,7 @@ int NormalBinomialStrategy::run(const RoleMapping& input, MediationCaseData& res
     t = omp_get_wtime();
     const OutcomeDesign design = buildOutcomeDesignMatrix(
         exposure, mediator, outcome, columns.covariates, settings_.interaction);
-    GlmOptions options;
-    options.maxIterations = settings_.maxIterations;
-    options.pConverge = settings_.pConverge;
-    options.singular = settings_.singular;
-    options.maxStepHalving = settings_.maxStepHalving;
-    options.ridgePenalty = settings_.ridgePenalty;
+    const GlmOptions options = glmOptions(settings_);
     results.outcomeGlmFit = dist == NEGBIN && settings_.negbinDispersion == 0.0
                                 ? fitNegativeBinomialMle(design.X, outcome, weights, options)
                                 : fitGlm(design.X, outcome, weights, family, options);
@@ -178,18 +161,9 @@ int NormalBinomialStrategy::run(const RoleMapping& input, MediationCaseData& res
     // Effects and their inference.
     t = omp_get_wtime();
     RatioModelParameters p;
-    ContinuousModelParameters& mp = p.models;
-    const Vector& b = results.mediatorFit.coefficients;
-    const Vector& th = oFit.coefficients;
-    mp.interaction = settings_.interaction;
-    mp.beta_0 = b[0];
-    mp.beta_1 = b[1];
-    mp.beta_2.assign(b.begin() + 2, b.end());
-    mp.theta_0 = th[0];
-    mp.theta_1 = th[1];
-    mp.theta_2 = th[2];
-    mp.theta_3 = mp.interaction ? th[3] : 0.0;
-    mp.theta_4.assign(th.begin() + (mp.interaction ? 4 : 3), th.end());
+    p.models =
+        modelParameters(results.mediatorFit.coefficients, oFit.coefficients, settings_.interaction);
+    const ContinuousModelParameters& mp = p.models;
     p.sigma2 = results.mediatorFit.sigma2;
     const bool robust = settings_.covb == COVB_ROBUST;
     const std::size_t qm = mp.mediatorSize(), qo = mp.outcomeSize();

@@ -12,6 +12,7 @@
 #include "algorithm/model_columns.h"
 #include "effects/bootstrap.h"
 #include "effects/continuous_effects.h"
+#include "effects/strategy_support.h"
 #include "models/fit_error.h"
 #include "stathost/format.h"
 #include "syntax/mediation_settings.h"
@@ -19,24 +20,11 @@
 namespace medanlys {
 namespace {
 
-std::string elapsed(const char* what, double start) {
-  char line[128];
-  std::snprintf(line, sizeof line, "%s %.3f s", what, omp_get_wtime() - start);
-  return line;
-}
-
-MLevelKind mLevelKind(MediatorLevelKind kind) {
-  switch (kind) {
-    case MediatorLevelKind::kMedian:
-      return MLevelKind::kMedian;
-    case MediatorLevelKind::kCustom:
-      return MLevelKind::kCustom;
-    default:
-      return MLevelKind::kMean;
-  }
-}
-
 std::size_t distinctCount(const Vector& v) { return std::set<double>(v.begin(), v.end()).size(); }
+
+std::string elapsed(const char* what, double start) {
+  return elapsedSince(std::string(what) + " ", start);
+}
 
 }  // namespace
 
@@ -119,18 +107,8 @@ int NormalNormalStrategy::run(const RoleMapping& input, MediationCaseData& resul
 
     // 5-6. Effects at the reference point.
     t = omp_get_wtime();
-    ContinuousModelParameters p;
-    const Vector& b = results.mediatorFit.coefficients;
-    const Vector& th = results.outcomeFit.coefficients;
-    p.interaction = settings_.interaction;
-    p.beta_0 = b[0];
-    p.beta_1 = b[1];
-    p.beta_2.assign(b.begin() + 2, b.end());
-    p.theta_0 = th[0];
-    p.theta_1 = th[1];
-    p.theta_2 = th[2];
-    p.theta_3 = p.interaction ? th[3] : 0.0;
-    p.theta_4.assign(th.begin() + (p.interaction ? 4 : 3), th.end());
+    const ContinuousModelParameters p = modelParameters(
+        results.mediatorFit.coefficients, results.outcomeFit.coefficients, settings_.interaction);
     if (ref.c_star.size() != p.beta_2.size()) {
       throw FitError("Effect estimation validation failed.",
                      "Effect estimation input validation failed");
@@ -160,18 +138,8 @@ int NormalNormalStrategy::run(const RoleMapping& input, MediationCaseData& resul
       results.flags[FLAG_BOOTSTRAP_REQUESTED] = true;
       t = omp_get_wtime();
       try {
-        BootstrapCases cases;
-        cases.n = exposure.size();
-        cases.p = covariates.size();
-        cases.exposure = exposure;
-        cases.mediator = mediator;
-        cases.outcome = outcome;
-        cases.weights = weights;
-        cases.covariates.resize(cases.n * cases.p);
-        for (std::size_t i = 0; i < cases.n; ++i) {
-          for (std::size_t j = 0; j < cases.p; ++j)
-            cases.covariates[i * cases.p + j] = covariates[j][i];
-        }
+        const BootstrapCases cases =
+            bootstrapCases(exposure, mediator, outcome, weights, covariates);
         const int level = settings_.bootstrapGiven ? settings_.bootstrapCiLevel : settings_.ciLevel;
         stathost::ProcedureProgress progress("Bootstrap", settings_.nSamples, "replicates");
         const BootstrapStore store = runBootstrap(cases, settings_.nSamples, settings_.seed, ref,
@@ -191,13 +159,7 @@ int NormalNormalStrategy::run(const RoleMapping& input, MediationCaseData& resul
         const auto summaries = summarizeBootstrap(store, effects, level, log);
         for (const auto& [name, summary] : summaries)
           results.bootstrap[name] = summaryStatistics(summary);
-        // Usable when the decomposition effects all have finite percentile limits.
-        bool usable = !results.bootstrap.empty();
-        for (std::size_t k = 0; k < 10 && usable; ++k) {
-          const auto& stats = results.bootstrap[kEffectFields[k].name];
-          usable = std::isfinite(stats.at("percentile_ci_lower")) &&
-                   std::isfinite(stats.at("percentile_ci_upper"));
-        }
+        const bool usable = bootstrapUsable(results);
         results.flags[FLAG_BOOTSTRAP_SUCCEEDED] = usable;
         if (usable) {
           log.push_back("Bootstrap results stored for table generation: " +

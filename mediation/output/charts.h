@@ -1,4 +1,4 @@
-// The charts of a run, each a GPL specification with its data columns.
+// The charts of a run, each a set of GPL statements with its data columns.
 #pragma once
 
 #include <string>
