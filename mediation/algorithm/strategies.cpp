@@ -21,6 +21,19 @@ void StrategyBase::report(const FitError& failure) const {
   if (!failure.userMessage().empty()) messages_.GenericError(failure.userMessage());
 }
 
+int StrategyBase::guarded(std::vector<std::string>& errors,
+                          const std::function<int()>& body) const {
+  try {
+    return body();
+  } catch (const FitError& e) {
+    report(e);
+    errors.push_back(e.what());
+  } catch (const std::exception& e) {
+    errors.push_back(e.what());
+  }
+  return 1;
+}
+
 BinomialBinomialStrategy::BinomialBinomialStrategy(const MediationSettings& settings,
                                                    stathost::ACAStopProcessor* stop)
     : StrategyBase(settings, stop) {}

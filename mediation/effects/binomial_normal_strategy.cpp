@@ -89,11 +89,10 @@ BinomialNormalStrategy::BinomialNormalStrategy(const MediationSettings& settings
 int BinomialNormalStrategy::run(const RoleMapping& input, MediationCaseData& results,
                                 std::vector<std::string>& errors) {
   Log& log = results.log;
-  try {
+  return guarded(errors, [&]() {
     double t = omp_get_wtime();
     const bool weighted = !settings_.scaleWeightVar.empty();
-    log.push_back(weighted ? "Using weights from SCALEWEIGHT."
-                           : "No weights provided; using uniform weights.");
+    log.push_back(weightsLogLine(weighted));
     Vector exposure = input.exposure, outcome = input.outcome;
     const Vector weights = weighted ? input.weights : Vector(exposure.size(), 1.0);
     const Vector* skewWeights = weighted ? &weights : nullptr;
@@ -180,14 +179,7 @@ int BinomialNormalStrategy::run(const RoleMapping& input, MediationCaseData& res
       log.push_back("Bootstrap inference skipped - using delta method only");
     }
     return 0;
-  } catch (const FitError& e) {
-    report(e);
-    errors.push_back(e.what());
-    return 1;
-  } catch (const std::exception& e) {
-    errors.push_back(e.what());
-    return 1;
-  }
+  });
 }
 
 void BinomialNormalStrategy::bootstrap(const BootstrapCases& cases,

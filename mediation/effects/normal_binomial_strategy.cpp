@@ -36,7 +36,7 @@ NormalBinomialStrategy::NormalBinomialStrategy(const MediationSettings& settings
 int NormalBinomialStrategy::run(const RoleMapping& input, MediationCaseData& results,
                                 std::vector<std::string>& errors) {
   Log& log = results.log;
-  try {
+  return guarded(errors, [&]() {
     // The family and link of the outcome model.
     const int dist = settings_.outcomeDistribution;
     const int link = settings_.outcomeLink;
@@ -59,8 +59,7 @@ int NormalBinomialStrategy::run(const RoleMapping& input, MediationCaseData& res
 
     double t = omp_get_wtime();
     const bool weighted = !settings_.scaleWeightVar.empty();
-    log.push_back(weighted ? "Using weights from SCALEWEIGHT."
-                           : "No weights provided; using uniform weights.");
+    log.push_back(weightsLogLine(weighted));
     Vector exposure = input.exposure, mediator = input.mediator, outcome = input.outcome;
     const Vector weights = weighted ? input.weights : Vector(exposure.size(), 1.0);
     const Vector* skewWeights = weighted ? &weights : nullptr;
@@ -194,14 +193,7 @@ int NormalBinomialStrategy::run(const RoleMapping& input, MediationCaseData& res
       log.push_back("Bootstrap inference skipped - using delta method only");
     }
     return 0;
-  } catch (const FitError& e) {
-    report(e);
-    errors.push_back(e.what());
-    return 1;
-  } catch (const std::exception& e) {
-    errors.push_back(e.what());
-    return 1;
-  }
+  });
 }
 
 }  // namespace medanlys

@@ -35,12 +35,11 @@ NormalNormalStrategy::NormalNormalStrategy(const MediationSettings& settings,
 int NormalNormalStrategy::run(const RoleMapping& input, MediationCaseData& results,
                               std::vector<std::string>& errors) {
   Log& log = results.log;
-  try {
+  return guarded(errors, [&]() {
     // 1. Data: columns of the models, factor dummies first, then covariates.
     double t = omp_get_wtime();
     const bool weighted = !settings_.scaleWeightVar.empty();
-    log.push_back(weighted ? "Using weights from SCALEWEIGHT."
-                           : "No weights provided; using uniform weights.");
+    log.push_back(weightsLogLine(weighted));
     Vector exposure = input.exposure, mediator = input.mediator, outcome = input.outcome;
     const Vector weights = weighted ? input.weights : Vector(exposure.size(), 1.0);
     const Vector* skewWeights = weighted ? &weights : nullptr;
@@ -180,14 +179,7 @@ int NormalNormalStrategy::run(const RoleMapping& input, MediationCaseData& resul
       log.push_back("Bootstrap inference skipped - using delta method only");
     }
     return 0;
-  } catch (const FitError& e) {
-    report(e);
-    errors.push_back(e.what());
-    return 1;
-  } catch (const std::exception& e) {
-    errors.push_back(e.what());
-    return 1;
-  }
+  });
 }
 
 }  // namespace medanlys

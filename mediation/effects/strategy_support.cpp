@@ -24,6 +24,11 @@ MLevelKind mLevelKind(MediatorLevelKind kind) {
   }
 }
 
+const char* weightsLogLine(bool scaleWeightGiven) {
+  return scaleWeightGiven ? "Using weights from SCALEWEIGHT."
+                          : "No weights provided; using uniform weights.";
+}
+
 GlmOptions glmOptions(const MediationSettings& s) {
   GlmOptions o;
   o.maxIterations = s.maxIterations;

@@ -19,6 +19,9 @@ std::string elapsedSince(const std::string& what, double start);
 
 MLevelKind mLevelKind(MediatorLevelKind kind);
 
+// The log line that says where the case weights come from.
+const char* weightsLogLine(bool scaleWeightGiven);
+
 GlmOptions glmOptions(const MediationSettings& settings);
 
 // beta = (beta_0, beta_1, beta_2...), theta = (theta_0, theta_1, theta_2, [theta_3], theta_4...).

@@ -31,14 +31,7 @@ const std::vector<std::pair<const char*, const char*>> kNames = {
 
 class BinaryMediatorReference : public ::testing::TestWithParam<int> {
  protected:
-  void SetUp() override {
-    stathost::HostSession::instance().setActiveDataset(testsupport::referenceData("bn"));
-    stathost::HostSession::instance().beginRun();
-  }
-  void TearDown() override {
-    stathost::HostSession::instance().endRun();
-    stathost::HostSession::instance().setActiveDataset(nullptr);
-  }
+  testsupport::ActiveReference data_{"bn"};
 };
 
 TEST_P(BinaryMediatorReference, EffectsAndDeltaMethodMatchRegmedint) {

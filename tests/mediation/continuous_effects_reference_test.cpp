@@ -38,15 +38,7 @@ struct EffectCase {
 
 class ContinuousEffectsReference : public ::testing::TestWithParam<EffectCase> {
  protected:
-  void SetUp() override {
-    stathost::HostSession::instance().setActiveDataset(
-        testsupport::referenceData(GetParam().dataset));
-    stathost::HostSession::instance().beginRun();
-  }
-  void TearDown() override {
-    stathost::HostSession::instance().endRun();
-    stathost::HostSession::instance().setActiveDataset(nullptr);
-  }
+  testsupport::ActiveReference data_{GetParam().dataset};
 
   std::string command(const json& config, int level) const { return commandText(config, level); }
   std::string commandText(const json& config, int level) const {

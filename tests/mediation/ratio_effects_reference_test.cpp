@@ -131,15 +131,7 @@ struct CommandCase {
 
 class RatioAnalysisFromCommand : public ::testing::TestWithParam<CommandCase> {
  protected:
-  void SetUp() override {
-    stathost::HostSession::instance().setActiveDataset(
-        testsupport::referenceData(GetParam().dataset));
-    stathost::HostSession::instance().beginRun();
-  }
-  void TearDown() override {
-    stathost::HostSession::instance().endRun();
-    stathost::HostSession::instance().setActiveDataset(nullptr);
-  }
+  testsupport::ActiveReference data_{GetParam().dataset};
 };
 
 TEST_P(RatioAnalysisFromCommand, MatchesTheClosedForms) {

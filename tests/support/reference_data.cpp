@@ -3,6 +3,7 @@
 #include <fstream>
 
 #include "stathost/data_readers.h"
+#include "stathost/host_session.h"
 
 namespace testsupport {
 
@@ -21,6 +22,16 @@ std::shared_ptr<stathost::Dataset> referenceData(const std::string& dataset) {
 
 std::vector<double> referenceColumn(const stathost::Dataset& data, const std::string& name) {
   return data.columns.at(static_cast<std::size_t>(data.findColumn(name))).numbers;
+}
+
+ActiveReference::ActiveReference(const std::string& dataset) {
+  stathost::HostSession::instance().setActiveDataset(referenceData(dataset));
+  stathost::HostSession::instance().beginRun();
+}
+
+ActiveReference::~ActiveReference() {
+  stathost::HostSession::instance().endRun();
+  stathost::HostSession::instance().setActiveDataset(nullptr);
 }
 
 }  // namespace testsupport

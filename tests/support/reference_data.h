@@ -31,4 +31,14 @@ inline ::testing::AssertionResult IsClose(double actual, double expected, double
          << std::fabs(actual - expected) / scale << ", tolerance " << relTol << ")";
 }
 
+// Makes a reference data set the active data set and opens a run record for the test;
+// both are cleared at the end of the scope.
+class ActiveReference {
+ public:
+  explicit ActiveReference(const std::string& dataset);
+  ~ActiveReference();
+  ActiveReference(const ActiveReference&) = delete;
+  ActiveReference& operator=(const ActiveReference&) = delete;
+};
+
 }  // namespace testsupport
