@@ -54,6 +54,10 @@ class NormalBinomialStrategy : public StrategyBase {
   NormalBinomialStrategy(const MediationSettings& settings, stathost::ACAStopProcessor* stop);
   int run(const RoleMapping& input, MediationCaseData& results,
           std::vector<std::string>& errors) override;
+
+ private:
+  void bootstrap(const struct BootstrapCases& cases, const struct RatioReplicateModel& model,
+                 const std::vector<struct RatioEffectValue>& full, MediationCaseData& results);
 };
 
 // Binary mediator, continuous outcome.

@@ -8,6 +8,7 @@
 #include <ostream>
 #include <stdexcept>
 
+#include "effects/resample_loop.h"
 #include "models/fit_error.h"
 
 namespace medanlys {
@@ -17,14 +18,6 @@ std::string percent(double rate) {
   char text[32];
   std::snprintf(text, sizeof text, "%.1f", rate * 100.0);
   return text;
-}
-
-// Multiplicity x weight of each case for one resample.
-void resampleWeights(const BootstrapCases& cases, const WeightedSampler& sampler,
-                     std::mt19937& generator, Vector& weights) {
-  std::fill(weights.begin(), weights.end(), 0.0);
-  for (std::size_t k = 0; k < cases.n; ++k) weights[sampler.draw(generator)] += 1.0;
-  for (std::size_t i = 0; i < cases.n; ++i) weights[i] *= cases.weights[i];
 }
 
 }  // namespace
@@ -74,47 +67,25 @@ BinaryBootstrapRun mainBootstrap(const BootstrapCases& cases, const ReplicateFit
                                  std::vector<std::string>& log) {
   log.push_back("Running main bootstrap with " + std::to_string(nb) + " iterations");
   log.push_back("Using " + std::to_string(omp_get_max_threads()) + " threads for bootstrap");
-  const WeightedSampler sampler(cases.n, cases.weights);
   BinaryBootstrapRun run;
   run.store.replicates.assign(static_cast<std::size_t>(nb), EffectEstimates());
   run.store.success.assign(static_cast<std::size_t>(nb), 0);
   const double start = omp_get_wtime();
   std::mutex shared;  // counters and reasons
-  bool cancelled = false;
-  long done = 0;
-#pragma omp parallel num_threads(omp_get_max_threads())
-  {
-    Vector weights(cases.n);  // this thread's working state
-    const int thread = omp_get_thread_num();
-#pragma omp for schedule(dynamic)
-    for (int b = 0; b < nb; ++b) {
-      if (b % 10 == 0) {
-        if (stop && stop->CheckCancel()) {
-#pragma omp critical(binary_bootstrap_cancel)
-          cancelled = true;
+  const bool finished =
+      forEachResample(cases, nb, seed, stop, progress, [&](int b, const Vector& weights) {
+        const ReplicateResult r = fit(b, weights, firth);
+        std::lock_guard<std::mutex> lock(shared);
+        if (r.ok) {
+          run.store.replicates[static_cast<std::size_t>(b)] = r.effects;
+          run.store.success[static_cast<std::size_t>(b)] = 1;
+          ++run.successes;
+        } else {
+          ++run.failures;
+          run.reasons.push_back(r.reason);
         }
-        if (progress) progress->advance(done);
-      }
-      bool skip;
-#pragma omp critical(binary_bootstrap_cancel)
-      skip = cancelled;
-      if (skip) continue;
-      std::mt19937 generator(static_cast<std::uint32_t>(thread * 1000 + seed + b));
-      resampleWeights(cases, sampler, generator, weights);
-      const ReplicateResult r = fit(b, weights, firth);
-      std::lock_guard<std::mutex> lock(shared);
-      ++done;
-      if (r.ok) {
-        run.store.replicates[static_cast<std::size_t>(b)] = r.effects;
-        run.store.success[static_cast<std::size_t>(b)] = 1;
-        ++run.successes;
-      } else {
-        ++run.failures;
-        run.reasons.push_back(r.reason);
-      }
-    }
-  }
-  if (cancelled) throw std::runtime_error("Bootstrap analysis cancelled by user");
+      });
+  if (!finished) throw std::runtime_error("Bootstrap analysis cancelled by user");
   run.store.completed = nb;
   run.store.failures = run.failures;
   char line[128];

@@ -214,88 +214,116 @@ std::pair<long, long> percentilePositions(std::size_t n, double alpha) {
           static_cast<long>(std::floor((1.0 - alpha) * m + 1e-9))};
 }
 
+BootstrapSummary summarizeReplicateValues(const std::string& name, std::vector<double> values,
+                                          double estimate, double level, bool ratio,
+                                          std::vector<std::string>& log) {
+  const boost::math::normal normal;
+  const double pLevel = (level / 100.0 + 1.0) * 0.5;
+  const double alpha = 1.0 - pLevel;
+  BootstrapSummary s;
+  s.estimate = estimate;
+  values.erase(
+      std::remove_if(values.begin(), values.end(), [](double v) { return !std::isfinite(v); }),
+      values.end());
+  std::sort(values.begin(), values.end());
+  const std::size_t n = values.size();
+  s.n = static_cast<double>(n);
+  if (n == 0) {
+    log.push_back("Warning: No valid estimates for " + name);
+    return s;
+  }
+  double sum = 0.0;
+  for (double v : values) sum += v;
+  s.mean = sum / static_cast<double>(n);
+  if (n >= 2) {
+    double ss = 0.0;
+    for (double v : values) ss += (v - s.mean) * (v - s.mean);
+    s.se = std::sqrt(ss / static_cast<double>(n - 1));
+  }
+  s.bias = s.mean - s.estimate;
+
+  const auto [lo, hi] = percentilePositions(n, alpha);
+  if (lo < static_cast<long>(n) && hi < static_cast<long>(n) && lo >= 0 && hi >= 0) {
+    s.percentileLower = values[static_cast<std::size_t>(lo)];
+    s.percentileUpper = values[static_cast<std::size_t>(hi)];
+  } else {
+    log.push_back("Warning: CI indices out of bounds for " + name);
+  }
+
+  // BCa: z0 from the share of values below the estimate, the acceleration from the
+  // skewness of the replicate values about their mean.
+  std::size_t below = 0;
+  for (double v : values) below += v < s.estimate ? 1 : 0;
+  const double share = static_cast<double>(below) / static_cast<double>(n);
+  const double z0 = share > 0.0 && share < 1.0 ? boost::math::quantile(normal, share) : NAN;
+  double d2 = 0.0, d3 = 0.0;
+  for (double v : values) {
+    const double d = s.mean - v;
+    d2 += d * d;
+    d3 += d * d * d;
+  }
+  const double a = d2 > 0.0 ? d3 / (6.0 * std::pow(d2, 1.5)) : 0.0;
+  const double za = boost::math::quantile(normal, alpha);
+  if (std::isfinite(z0)) {
+    const double a1 = boost::math::cdf(normal, z0 + (za + z0) / (1.0 - a * (za + z0)));
+    const double a2 = boost::math::cdf(normal, z0 + (z0 - za) / (1.0 - a * (z0 - za)));
+    const auto bLo = static_cast<long>(std::floor((static_cast<double>(n) + 1.0) * a1));
+    const auto bHi = static_cast<long>(std::floor((1.0 - a2) * (static_cast<double>(n) + 1.0)));
+    if (bLo >= 0 && bHi >= 0 && bLo < static_cast<long>(n) && bHi < static_cast<long>(n)) {
+      s.bcaLower = values[static_cast<std::size_t>(bLo)];
+      s.bcaUpper = values[static_cast<std::size_t>(bHi)];
+    } else {
+      log.push_back("Warning: BCa CI indices out of bounds for " + name);
+    }
+  }
+
+  // Normal interval and p value. A ratio is tested against 1 on the log scale, where its
+  // sampling distribution is near normal: z = log R / SD(log R_b), limits exp(log R -/+ q SD).
+  const double q = boost::math::quantile(normal, pLevel);
+  if (ratio) {
+    double logSum = 0.0, logSq = 0.0;
+    std::size_t positive = 0;
+    for (double v : values) {
+      if (v <= 0.0) continue;
+      logSum += std::log(v);
+      ++positive;
+    }
+    const double logMean = positive ? logSum / static_cast<double>(positive) : NAN;
+    for (double v : values) {
+      if (v > 0.0) logSq += (std::log(v) - logMean) * (std::log(v) - logMean);
+    }
+    const double logSe = positive >= 2 ? std::sqrt(logSq / static_cast<double>(positive - 1)) : NAN;
+    if (std::isfinite(logSe) && logSe >= 1e-12 && s.estimate > 0.0) {
+      s.z = std::log(s.estimate) / logSe;
+      s.p = 2.0 * boost::math::cdf(boost::math::complement(normal, std::fabs(s.z)));
+      s.normalLower = std::exp(std::log(s.estimate) - q * logSe);
+      s.normalUpper = std::exp(std::log(s.estimate) + q * logSe);
+    }
+  } else if (std::isfinite(s.se) && std::fabs(s.se) >= 1e-12) {
+    s.z = s.estimate / s.se;
+    s.p = 2.0 * boost::math::cdf(boost::math::complement(normal, std::fabs(s.z)));
+    s.normalLower = s.estimate - q * s.se;
+    s.normalUpper = s.estimate + q * s.se;
+  }
+  char line[256];
+  std::snprintf(line, sizeof line, "%s: mean=%g, se=%g, bias=%g, percentile CI=[%g, %g]",
+                name.c_str(), s.mean, s.se, s.bias, s.percentileLower, s.percentileUpper);
+  log.push_back(line);
+  return s;
+}
+
 std::map<std::string, BootstrapSummary> summarizeBootstrap(const BootstrapStore& store,
                                                            const EffectEstimates& full,
                                                            double level,
                                                            std::vector<std::string>& log) {
-  const boost::math::normal normal;
-  const double pLevel = (level / 100.0 + 1.0) * 0.5;
-  const double alpha = 1.0 - pLevel;
   std::map<std::string, BootstrapSummary> out;
   for (const EffectField& field : kEffectFields) {
-    BootstrapSummary s;
-    s.estimate = full.*field.member;
     std::vector<double> values;
     for (std::size_t b = 0; b < store.replicates.size(); ++b) {
-      if (!store.success[b]) continue;
-      const double v = store.replicates[b].*field.member;
-      if (std::isfinite(v)) values.push_back(v);
+      if (store.success[b]) values.push_back(store.replicates[b].*field.member);
     }
-    std::sort(values.begin(), values.end());
-    const std::size_t n = values.size();
-    s.n = static_cast<double>(n);
-    if (n == 0) {
-      log.push_back(std::string("Warning: No valid estimates for ") + field.name);
-      out[field.name] = s;
-      continue;
-    }
-    double sum = 0.0;
-    for (double v : values) sum += v;
-    s.mean = sum / static_cast<double>(n);
-    if (n >= 2) {
-      double ss = 0.0;
-      for (double v : values) ss += (v - s.mean) * (v - s.mean);
-      s.se = std::sqrt(ss / static_cast<double>(n - 1));
-    }
-    s.bias = s.mean - s.estimate;
-
-    const auto [lo, hi] = percentilePositions(n, alpha);
-    if (lo < static_cast<long>(n) && hi < static_cast<long>(n) && lo >= 0 && hi >= 0) {
-      s.percentileLower = values[static_cast<std::size_t>(lo)];
-      s.percentileUpper = values[static_cast<std::size_t>(hi)];
-    } else {
-      log.push_back(std::string("Warning: CI indices out of bounds for ") + field.name);
-    }
-
-    // BCa: z0 from the share of values below the estimate, the acceleration from the
-    // skewness of the replicate values about their mean.
-    std::size_t below = 0;
-    for (double v : values) below += v < s.estimate ? 1 : 0;
-    const double share = static_cast<double>(below) / static_cast<double>(n);
-    const double z0 = share > 0.0 && share < 1.0 ? boost::math::quantile(normal, share) : NAN;
-    double d2 = 0.0, d3 = 0.0;
-    for (double v : values) {
-      const double d = s.mean - v;
-      d2 += d * d;
-      d3 += d * d * d;
-    }
-    const double a = d2 > 0.0 ? d3 / (6.0 * std::pow(d2, 1.5)) : 0.0;
-    const double za = boost::math::quantile(normal, alpha);
-    if (std::isfinite(z0)) {
-      const double a1 = boost::math::cdf(normal, z0 + (za + z0) / (1.0 - a * (za + z0)));
-      const double a2 = boost::math::cdf(normal, z0 + (z0 - za) / (1.0 - a * (z0 - za)));
-      const auto bLo = static_cast<long>(std::floor((static_cast<double>(n) + 1.0) * a1));
-      const auto bHi = static_cast<long>(std::floor((1.0 - a2) * (static_cast<double>(n) + 1.0)));
-      if (bLo >= 0 && bHi >= 0 && bLo < static_cast<long>(n) && bHi < static_cast<long>(n)) {
-        s.bcaLower = values[static_cast<std::size_t>(bLo)];
-        s.bcaUpper = values[static_cast<std::size_t>(bHi)];
-      } else {
-        log.push_back(std::string("Warning: BCa CI indices out of bounds for ") + field.name);
-      }
-    }
-
-    if (std::isfinite(s.se) && std::fabs(s.se) >= 1e-12) {
-      const double z = s.estimate / s.se;
-      s.p = 2.0 * boost::math::cdf(boost::math::complement(normal, std::fabs(z)));
-      const double q = boost::math::quantile(normal, pLevel);
-      s.normalLower = s.estimate - q * s.se;
-      s.normalUpper = s.estimate + q * s.se;
-    }
-    char line[256];
-    std::snprintf(line, sizeof line, "%s: mean=%g, se=%g, bias=%g, percentile CI=[%g, %g]",
-                  field.name, s.mean, s.se, s.bias, s.percentileLower, s.percentileUpper);
-    log.push_back(line);
-    out[field.name] = s;
+    out[field.name] = summarizeReplicateValues(field.name, std::move(values), full.*field.member,
+                                               level, false, log);
   }
   return out;
 }
@@ -312,6 +340,7 @@ std::map<std::string, double> summaryStatistics(const BootstrapSummary& s) {
           {"bca_ci_upper", s.bcaUpper},
           {"normal_ci_lower", s.normalLower},
           {"normal_ci_upper", s.normalUpper},
+          {"z", s.z},
           {"p_value", s.p}};
 }
 

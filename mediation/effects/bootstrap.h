@@ -64,8 +64,15 @@ struct BootstrapSummary {
   double percentileLower = NAN, percentileUpper = NAN;
   double bcaLower = NAN, bcaUpper = NAN;
   double normalLower = NAN, normalUpper = NAN;
+  double z = NAN;
   double p = NAN;
 };
+
+// The summary of one effect from its replicate values (non-finite ones are dropped). With
+// `ratio` the normal interval and the p value are formed on the log scale against a null of 1.
+BootstrapSummary summarizeReplicateValues(const std::string& name, std::vector<double> values,
+                                          double estimate, double level, bool ratio,
+                                          std::vector<std::string>& log);
 
 // Per effect, in the order of the effect record; warnings and one line per effect go to log.
 std::map<std::string, BootstrapSummary> summarizeBootstrap(const BootstrapStore& store,

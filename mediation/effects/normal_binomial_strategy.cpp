@@ -10,6 +10,8 @@
 #include "algorithm/data_preparation.h"
 #include "algorithm/mediation_strategy.h"
 #include "algorithm/model_columns.h"
+#include "effects/binary_bootstrap.h"
+#include "effects/ratio_bootstrap.h"
 #include "effects/ratio_effects.h"
 #include "effects/strategy_support.h"
 #include "models/fit_error.h"
@@ -177,23 +179,74 @@ int NormalBinomialStrategy::run(const RoleMapping& input, MediationCaseData& res
     for (std::size_t i = 0; i < qo; ++i) {
       for (std::size_t j = 0; j < qo; ++j) sigma(qm + 1 + i, qm + 1 + j) = oCov(i, j);
     }
-    results.effects =
-        ratioEffectInference(computeRatioEffects(p, ref, prefix, true), sigma, settings_.ciLevel);
+    const std::vector<RatioEffectValue> fullEffects = computeRatioEffects(p, ref, prefix, true);
+    results.effects = ratioEffectInference(fullEffects, sigma, settings_.ciLevel);
     results.flags[FLAG_RATIO_STATS_AVAILABLE] = std::isfinite(results.effects["PM"].estimate);
     log.push_back(elapsed("Mediation effects computed in", t));
 
     if (settings_.bootstrapGiven || settings_.ciType == CITYPE_BOOTSTRAP) {
       results.flags[FLAG_BOOTSTRAP_REQUESTED] = true;
-      messages_.GenericWarning(
-          "Bootstrap inference for a binary or count outcome is not available in this build yet; "
-          "the "
-          "delta-method results are shown.");
-      log.push_back("Bootstrap inference failed. Continuing with delta method results only");
+      RatioReplicateModel model;
+      model.mediatorX = buildMediatorDesignMatrix(exposure, columns.covariates);
+      model.mediator = mediator;
+      model.outcome = design;
+      model.family = family;
+      model.estimateDispersion = dist == NEGBIN && settings_.negbinDispersion == 0.0;
+      model.options = options;
+      model.interaction = settings_.interaction;
+      model.reference = ref;
+      model.prefix = prefix;
+      try {
+        bootstrap(bootstrapCases(exposure, mediator, outcome, weights, columns.covariates), model,
+                  fullEffects, results);
+      } catch (const std::exception& e) {
+        log.push_back(std::string("Bootstrap inference failed: ") + e.what());
+        log.push_back("Continuing with delta method results only");
+        results.bootstrap.clear();
+        results.flags[FLAG_BOOTSTRAP_SUCCEEDED] = false;
+      }
     } else {
       log.push_back("Bootstrap inference skipped - using delta method only");
     }
     return 0;
   });
+}
+
+void NormalBinomialStrategy::bootstrap(const BootstrapCases& cases,
+                                       const RatioReplicateModel& model,
+                                       const std::vector<RatioEffectValue>& full,
+                                       MediationCaseData& results) {
+  Log& log = results.log;
+  const int level = settings_.bootstrapGiven ? settings_.bootstrapCiLevel : settings_.ciLevel;
+  int nb = 0;
+  try {
+    nb = validateBinaryBootstrap(settings_.nSamples, level, log);
+  } catch (const FitError& e) {
+    report(e);
+    throw;
+  }
+  stathost::ProcedureProgress progress("Bootstrap", nb, "replicates");
+  const RatioBootstrapRun run = runRatioBootstrap(
+      cases, [&model](const Vector& w) { return fitRatioReplicate(model, w); }, nb, settings_.seed,
+      stop_, &progress, log);
+  try {
+    checkRatioBootstrap(run, nb, log);
+  } catch (const std::exception& e) {
+    messages_.GenericWarning(e.what());
+    throw;
+  }
+  for (const auto& [name, summary] : summarizeRatioBootstrap(run, full, level, log))
+    results.bootstrap[name] = summaryStatistics(summary);
+  results.bootstrapReplicates = nb;
+  const std::vector<std::string> decomposition = {model.prefix + "CDE", model.prefix + "NDE",
+                                                  model.prefix + "NIE", model.prefix + "TE",
+                                                  model.prefix + "PIE"};
+  const bool usable = bootstrapUsable(results, decomposition);
+  results.flags[FLAG_BOOTSTRAP_SUCCEEDED] = usable;
+  log.push_back(usable ? "Bootstrap results stored for table generation: " +
+                             std::to_string(results.bootstrap.size()) + " effects"
+                       : "Bootstrap completed but failed to produce valid results. Tables will not "
+                         "be displayed.");
 }
 
 }  // namespace medanlys

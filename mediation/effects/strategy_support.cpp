@@ -70,10 +70,10 @@ BootstrapCases bootstrapCases(const Vector& exposure, const Vector& mediator, co
   return cases;
 }
 
-bool bootstrapUsable(const MediationCaseData& results) {
+bool bootstrapUsable(const MediationCaseData& results, const std::vector<std::string>& names) {
   if (results.bootstrap.empty()) return false;
-  for (std::size_t k = 0; k < 10; ++k) {
-    const auto it = results.bootstrap.find(kEffectFields[k].name);
+  for (const std::string& name : names) {
+    const auto it = results.bootstrap.find(name);
     if (it == results.bootstrap.end()) return false;
     const auto lower = it->second.find("percentile_ci_lower"),
                upper = it->second.find("percentile_ci_upper");
@@ -83,6 +83,12 @@ bool bootstrapUsable(const MediationCaseData& results) {
     }
   }
   return true;
+}
+
+bool bootstrapUsable(const MediationCaseData& results) {
+  std::vector<std::string> names;
+  for (std::size_t k = 0; k < 10; ++k) names.push_back(kEffectFields[k].name);
+  return bootstrapUsable(results, names);
 }
 
 }  // namespace medanlys

@@ -31,7 +31,9 @@ ContinuousModelParameters modelParameters(const Vector& beta, const Vector& thet
 BootstrapCases bootstrapCases(const Vector& exposure, const Vector& mediator, const Vector& outcome,
                               const Vector& weights, const std::vector<Vector>& covariates);
 
-// A bootstrap is usable when every decomposition effect has finite percentile limits.
+// A bootstrap is usable when every decomposition effect has finite percentile limits: the
+// named effects, or CDE .. PAI of the additive decomposition.
 bool bootstrapUsable(const MediationCaseData& results);
+bool bootstrapUsable(const MediationCaseData& results, const std::vector<std::string>& names);
 
 }  // namespace medanlys

@@ -98,7 +98,8 @@ bool lookup(const OutputContext& out, const std::string& key, bool bootstrap, Ef
   };
   e.estimate = get("estimate");
   e.se = get("se");
-  e.z = e.se > 0.0 ? e.estimate / e.se : NAN;
+  // The test statistic as the bootstrap formed it (on the log scale for a ratio).
+  e.z = it->second.count("z") ? get("z") : (e.se > 0.0 ? e.estimate / e.se : NAN);
   e.p = get("p_value");
   e.lower = get("percentile_ci_lower");
   e.upper = get("percentile_ci_upper");
