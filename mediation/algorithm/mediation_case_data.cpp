@@ -14,6 +14,7 @@ void MediationCaseData::clear() {
   outcomeGlmFit = GlmFit();
   reference = ReferencePoint();
   mediatorScale = 1.0;
+  outcomeEventValue = NAN;
   transformations.clear();
   covariateLabels.clear();
   summary = CaseSummary();

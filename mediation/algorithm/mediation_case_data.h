@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <cmath>
 #include <map>
 #include <string>
 #include <vector>
@@ -66,6 +67,7 @@ struct MediationCaseData {
   GlmFit outcomeGlmFit;        // binary or count outcome
   ReferencePoint reference;
   double mediatorScale = 1.0;
+  double outcomeEventValue = NAN;  // binary outcome: the data value coded 1 (the event)
   TransformationRecords transformations;
   // Names of the covariate columns of the models, in design order (factor dummies first).
   std::vector<std::string> covariateLabels;

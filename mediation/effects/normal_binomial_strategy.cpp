@@ -89,7 +89,14 @@ int NormalBinomialStrategy::run(const RoleMapping& input, MediationCaseData& res
                      ? 1.0
                      : (std::fabs(ref.value - coding.reference) < 1e-6 ? 0.0 : ref.value);
       }
+      const Vector raw = outcome;
       outcome = applyReferenceCoding(coding.coded, rule, custom, "Outcome", log);
+      for (std::size_t i = 0; i < outcome.size(); ++i) {
+        if (outcome[i] == 1.0) {
+          results.outcomeEventValue = raw[i];
+          break;
+        }
+      }
       // The odds ratio approximates the risk ratio only for a rare outcome.
       double events = 0.0, total = 0.0;
       for (std::size_t i = 0; i < outcome.size(); ++i) {

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <map>
 
+#include "algorithm/data_preparation.h"
 #include "effects/continuous_effects.h"
 #include "stathost/format.h"
 
@@ -45,6 +47,15 @@ double mediatorSE(const OutputContext& out, std::size_t j) {
 double outcomeSE(const OutputContext& out, std::size_t j) {
   const WlsFit& f = out.results.outcomeFit;
   return out.settings.covb == COVB_ROBUST ? f.seRobust[j] : f.seModel[j];
+}
+
+bool ratioOutcome(const OutputContext& out) { return out.settings.outcomeDistribution != NORMAL; }
+
+// "OR_", "RR_" or "IRR_": the names of the ratio effects of a binary or count outcome.
+std::string ratioPrefix(const OutputContext& out) {
+  const MediationSettings& s = out.settings;
+  if (s.outcomeDistribution == BINOMIAL) return s.outcomeLink == LOG ? "RR_" : "OR_";
+  return "IRR_";
 }
 
 }  // namespace
@@ -155,16 +166,17 @@ std::string MediationBarPlot::getGPLText() {
 // ---- forest plot -------------------------------------------------------------------------
 
 MediationForestPlot::MediationForestPlot(stathost::StatJSONGenerator* generator,
-                                         const OutputContext& out, std::vector<Row> rows)
-    : StatGPLGraph(generator, "Mediation Analysis Forest Plot"), out_(out), rows_(std::move(rows)) {
-  const auto te = out.results.effects.find("TE");
-  totalEffect_ = te == out.results.effects.end() ? NAN : te->second.estimate;
-}
+                                         const OutputContext& out, std::vector<Row> rows,
+                                         ForestForm form)
+    : StatGPLGraph(generator, "Mediation Analysis Forest Plot"),
+      out_(out),
+      rows_(std::move(rows)),
+      form_(std::move(form)) {}
 
 // Two data rows per effect: the point twice, the interval's lower and upper end.
 void MediationForestPlot::fillData() {
   std::vector<std::string> effect, effectDup, effectRange;
-  Vector pointLoc, ciRange, xNull, xTotal;
+  Vector pointLoc, ciRange, xNull, xTotal, xOR;
   for (const Row& r : rows_) {
     for (double end : {r.lower, r.upper}) {
       effect.push_back(r.label);
@@ -173,7 +185,8 @@ void MediationForestPlot::fillData() {
       ciRange.push_back(out_.settings.plot.forestConfidenceIntervals ? end : NAN);
       effectRange.push_back(r.label);
       xNull.push_back(0.0);
-      xTotal.push_back(totalEffect_);
+      xTotal.push_back(form_.totalEffect);
+      xOR.push_back(1.0);
     }
   }
   addStringDataVariable(effect, "effect");
@@ -183,38 +196,59 @@ void MediationForestPlot::fillData() {
   addStringDataVariable(effectRange, "effectRange");
   addDoubleDataVariable(xNull, "xNull");
   addDoubleDataVariable(xTotal, "xTotal");
+  if (form_.scale != ForestScale::kLinear) addDoubleDataVariable(xOR, "xOR");
 }
 
 std::string MediationForestPlot::getGPLText() {
-  const std::string te = num(totalEffect_, 4);
+  const bool ratioLine = form_.scale != ForestScale::kLinear;
+  const bool nullLine = form_.scale != ForestScale::kRatio;
+  const std::string te = num(form_.totalEffect, 4);
   std::string gpl = "SOURCE: s = userSource(id(\"" + getProcedureName() + "\"))\n";
   gpl += data("effect", true) + data("pointLoc") + data("effectDup", true) + data("ciRange") +
          data("effectRange", true) + data("xNull") + data("xTotal");
-  // Effects on the outcome's own scale: the transposed layout, labels down the side.
-  gpl += "COORD: transpose()\nSCALE: cat(dim(1), sort.data(), reverse())\n";
-  gpl += "SCALE: linear(dim(2), include(0))\n";
+  if (ratioLine) gpl += data("xOR");
+  gpl += form_.transposed ? "COORD: transpose()\nSCALE: cat(dim(1), sort.data(), reverse())\n"
+                          : "SCALE: cat(dim(1))\n";
+  gpl += form_.scale == ForestScale::kRatio ? "SCALE: linear(dim(2), include(1.0))\n"
+                                            : "SCALE: linear(dim(2), include(0))\n";
   gpl += "GUIDE: axis(dim(1), label(\"\"))\n";
-  gpl += "GUIDE: axis(dim(2), label(\"Effect Estimate\"))\n";
+  gpl += "GUIDE: axis(dim(2), label(\"" + form_.axisLabel + "\"))\n";
   gpl += "GUIDE: text.title(label(\"" + title() + "\"))\n";
   gpl += "GUIDE: text.footnote(label(\"" + std::to_string(out_.settings.ciLevel) +
          "% Point Estimate  -Confidence Interval\"))\n";
-  if (out_.settings.plot.forestConfidenceIntervals) {
+  if (form_.scale == ForestScale::kMixed) {
     gpl +=
-        "ELEMENT: line(position(ciRange*effectDup), color(color.blue), size(size.\"2pt\"), "
-        "split(effectDup))\n";
+        "GUIDE: text.subfootnote(label(\"Note: Mixed scales - Intercepts on linear scale "
+        "(ref=0), Paths/Effects on ratio scale (ref=1).\"))\n";
+  } else if (form_.scale == ForestScale::kRatio) {
+    gpl +=
+        "GUIDE: text.subfootnote(label(\"Note: Effect sizes may appear compressed initially. "
+        "Adjust or drag the plot to view the full range clearly.\"))\n";
   }
-  gpl +=
-      "ELEMENT: point(position(pointLoc*effect), size(size.\"8pt\"), shape(shape.square), "
-      "color(color.black))\n";
-  gpl +=
-      "ELEMENT: line(position(0*effectRange), color(color.grey), size(size.\"2px\"), "
-      "shape(shape.dash), "
-      "label(\"Null Effect (0)\"))\n";
-  if (std::isfinite(totalEffect_)) {
-    gpl += "ELEMENT: line(position(" + te +
-           "*effectRange), color(color.red), size(size.\"2px\"), "
-           "shape(shape.dash), label(\"Total Effect (" +
-           te + ")\"))\n";
+  // The same elements in both layouts, with the category and value roles swapped.
+  const auto at = [&](const std::string& value, const std::string& category) {
+    return form_.transposed ? value + "*" + category : category + "*" + value;
+  };
+  const auto reference = [&](const std::string& position, const char* colour,
+                             const std::string& label) {
+    return "ELEMENT: line(position(" + position + "), color(color." + colour +
+           "), size(size.\"2px\"), shape(shape.dash), label(\"" + label + "\"))\n";
+  };
+  if (out_.settings.plot.forestConfidenceIntervals) {
+    gpl += "ELEMENT: line(position(" + at("ciRange", "effectDup") +
+           "), color(color.blue), size(size.\"2pt\"), split(effectDup))\n";
+  }
+  gpl += "ELEMENT: point(position(" + at("pointLoc", "effect") +
+         "), size(size.\"8pt\"), shape(shape.square), color(color.black))\n";
+  if (nullLine) {
+    gpl += reference(form_.transposed ? "0*effectRange" : "effectRange*xNull", "grey",
+                     "Null Effect (0)");
+  }
+  if (ratioLine)
+    gpl += reference(form_.transposed ? "1*effectRange" : "effectRange*xOR", "red", "OR=1");
+  if (std::isfinite(form_.totalEffect)) {
+    gpl += reference(form_.transposed ? te + "*effectRange" : "effectRange*xTotal", "red",
+                     "Total Effect (" + te + ")");
   }
   return gpl;
 }
@@ -256,7 +290,8 @@ void MediationPathDiagram::fillData() {
   // Colour category per path type: 1 exposure-mediator, 2 mediator-outcome, 3 direct.
   addStringDataVariable({"1", "2", "3"}, "pathColorCat");
   if (s.analysisType == CAUSAL) {
-    const std::string prefix = s.outcomeDistribution == NORMAL ? "" : "excRR_";
+    // The ratios themselves for a binary or count outcome, as in the forest plot.
+    const std::string prefix = ratioOutcome(out_) ? ratioPrefix(out_) : "";
     const auto est = [&](const char* name) {
       const auto it = out_.results.effects.find(prefix + name);
       return it == out_.results.effects.end() ? NAN : it->second.estimate;
@@ -409,49 +444,150 @@ std::string MediationPathDiagram::getGPLText() {
   return gpl;
 }
 
-// ---- which charts ------------------------------------------------------------------------
-
-namespace {
+// ---- forest rows and form ----------------------------------------------------------------
 
 std::vector<MediationForestPlot::Row> forestRows(const OutputContext& out) {
   std::vector<MediationForestPlot::Row> rows;
   const MediationSettings& s = out.settings;
   const double z = criticalValue(s.ciLevel);
   const Vector& beta = mediatorCoefficients(out);
-  const Vector& theta = out.results.outcomeFit.coefficients;
-  auto path = [&](const std::string& label, double estimate, double se) {
+  const bool ratio = ratioOutcome(out);
+  const Vector& theta = outcomeCoefficients(out);
+  const auto thetaSE = [&](std::size_t j) {
+    if (!ratio) return outcomeSE(out, j);
+    const GlmFit& f = out.results.outcomeGlmFit;
+    return s.covb == COVB_ROBUST ? f.seRobust[j] : f.seModel[j];
+  };
+  auto linear = [&](const std::string& label, double estimate, double se) {
     rows.push_back({label, estimate, estimate - z * se, estimate + z * se});
   };
-  if (binaryMediator(out)) {
-    path("(M intercept) Beta0", beta[0], mediatorSE(out, 0));
-    path("(Y intercept) Theta0", theta[0], outcomeSE(out, 0));
+  // An outcome-model coefficient: as it is, or as a ratio exp(theta) of a log or logit link.
+  auto outcomePath = [&](const std::string& label, std::size_t j) {
+    if (!ratio) return linear(label, theta[j], thetaSE(j));
+    rows.push_back({label, std::exp(theta[j]), std::exp(theta[j] - z * thetaSE(j)),
+                    std::exp(theta[j] + z * thetaSE(j))});
+  };
+  // Intercepts come with the binary mediator, and with a ratio outcome whenever the paths
+  // are shown (they then share the axis).
+  const bool intercepts = binaryMediator(out) || (ratio && s.plot.forestPathCoefficients);
+  if (intercepts && !beta.empty() && !theta.empty()) {
+    linear("(M intercept) Beta0", beta[0], mediatorSE(out, 0));
+    linear("(Y intercept) Theta0", theta[0], thetaSE(0));
   }
   if (s.plot.forestPathCoefficients) {
+    const std::string a = ratio ? " (Beta1)" : " (a)", b = ratio ? " (Theta2)" : " (b)",
+                      c = ratio ? " (Theta1)" : " (c')";
     if (beta.size() > 1) {
-      path(s.predictorVar + " -> " + s.mediatorVar + " (a)", beta[1], mediatorSE(out, 1));
+      linear(s.predictorVar + " -> " + s.mediatorVar + a, beta[1], mediatorSE(out, 1));
     } else {
       rows.push_back({"Exposure not available", NAN, NAN, NAN});
     }
     if (theta.size() > 2) {
-      path(s.mediatorVar + " -> " + s.outcomeVar + " (b)", theta[2], outcomeSE(out, 2));
-      path(s.predictorVar + " -> " + s.outcomeVar + " (c')", theta[1], outcomeSE(out, 1));
+      outcomePath(s.mediatorVar + " -> " + s.outcomeVar + b, 2);
+      outcomePath(s.predictorVar + " -> " + s.outcomeVar + c, 1);
     } else {
       rows.push_back({"Mediator not available", NAN, NAN, NAN});
     }
   }
   if (s.analysisType == CAUSAL) {
+    const std::string prefix = ratio ? ratioPrefix(out) : "";
     for (const auto& [key, label] :
          std::vector<std::pair<const char*, const char*>>{{"NIE", "NIE (Natural Indirect)"},
                                                           {"NDE", "NDE (Natural Direct)"},
                                                           {"TE", "TE (Total Effect)"},
                                                           {"CDE", "CDE (Controlled Direct)"}}) {
-      const auto it = out.results.effects.find(key);
+      const auto it = out.results.effects.find(prefix + key);
       if (it == out.results.effects.end()) continue;
       rows.push_back({label, it->second.estimate, it->second.lower, it->second.upper});
     }
   }
   return rows;
 }
+
+ForestForm forestForm(const OutputContext& out, std::size_t rows) {
+  ForestForm form;
+  // A handful of rows fits side by side along the bottom; more read better down the side.
+  form.transposed = rows > 4;
+  const bool ratio = ratioOutcome(out);
+  const std::string prefix = ratio ? ratioPrefix(out) : "";
+  const auto te = out.results.effects.find(prefix + "TE");
+  form.totalEffect = out.settings.analysisType == CAUSAL && te != out.results.effects.end()
+                         ? te->second.estimate
+                         : NAN;
+  if (!ratio) return form;
+  if (out.settings.plot.forestPathCoefficients) {
+    form.scale = ForestScale::kMixed;
+    form.axisLabel = "Effect Size (Mixed: Linear + Ratios)";
+  } else {
+    form.scale = ForestScale::kRatio;
+    form.axisLabel = prefix == "OR_"   ? "Odds Ratio (Plot)"
+                     : prefix == "RR_" ? "Risk Ratio Scale"
+                                       : "Incidence Rate Ratio Scale";
+  }
+  return form;
+}
+
+// ---- bar plot data -----------------------------------------------------------------------
+
+namespace {
+
+std::string shortNumber(double v) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.3g", v);
+  return text;
+}
+
+}  // namespace
+
+std::vector<MediationBarPlot::Bar> proportionsByQuartile(const Vector& mediator,
+                                                         const Vector& outcome,
+                                                         const Vector& weights, double event,
+                                                         const std::string& outcomeName,
+                                                         double level) {
+  std::vector<MediationBarPlot::Bar> bars;
+  if (mediator.empty() || mediator.size() != outcome.size() || weights.size() != outcome.size())
+    return bars;
+  const double cut[3] = {quantile(mediator, 0.25), quantile(mediator, 0.5),
+                         quantile(mediator, 0.75)};
+  struct Group {
+    double events = 0.0, total = 0.0;
+    double min = INFINITY, max = -INFINITY;
+  };
+  Group groups[4];
+  for (std::size_t i = 0; i < mediator.size(); ++i) {
+    const double m = mediator[i];
+    const int g = m <= cut[0] ? 0 : m <= cut[1] ? 1 : m <= cut[2] ? 2 : 3;
+    groups[g].total += weights[i];
+    groups[g].events += outcome[i] == event ? weights[i] : 0.0;
+    groups[g].min = std::min(groups[g].min, m);
+    groups[g].max = std::max(groups[g].max, m);
+  }
+  const double z = criticalValue(level);
+  for (int g = 0; g < 4; ++g) {
+    if (!(groups[g].total > 0.0)) continue;  // ties can leave a quartile empty
+    const std::string label = "M=" + std::to_string(g) + ": Q" + std::to_string(g + 1) + " [" +
+                              shortNumber(groups[g].min) + ", " + shortNumber(groups[g].max) + "]";
+    const double n = groups[g].total;
+    for (int y = 0; y < 2; ++y) {
+      // Wilson score interval of the share of cases with this outcome level.
+      const double p = (y == 1 ? groups[g].events : n - groups[g].events) / n;
+      const double centre = (p + z * z / (2 * n)) / (1 + z * z / n);
+      const double half = z / (1 + z * z / n) * std::sqrt(p * (1 - p) / n + z * z / (4 * n * n));
+      MediationBarPlot::Bar bar;
+      bar.mediatorLevel = label;
+      bar.outcomeLevel = outcomeName + "=" + std::to_string(y);
+      bar.value = 100.0 * p;
+      bar.lower = 100.0 * std::max(0.0, centre - half);
+      bar.upper = 100.0 * std::min(1.0, centre + half);
+      bars.push_back(bar);
+    }
+  }
+  return bars;
+}
+
+// ---- which charts ------------------------------------------------------------------------
+
+namespace {
 
 // Outcome means by the two mediator levels.
 std::vector<MediationBarPlot::Bar> meansByMediator(const OutputContext& out) {
@@ -480,27 +616,41 @@ std::vector<MediationBarPlot::Bar> meansByMediator(const OutputContext& out) {
 int writeCharts(const OutputContext& out) {
   const MediationSettings& s = out.settings;
   int status = 0;
-  const bool continuousPair = s.mediatorDistribution == NORMAL && s.outcomeDistribution == NORMAL;
-  if (s.plot.scatterPlot && continuousPair) {
-    MediationScatterPlot chart(&out.generator, out);
+  const auto write = [&status](auto& chart) {
     chart.fillData();
     status = chart.addGPLGraphToProcedureJSON();
+  };
+  const bool continuousPair = s.mediatorDistribution == NORMAL && s.outcomeDistribution == NORMAL;
+  const bool binaryOutcome = s.outcomeDistribution == BINOMIAL;
+  if (s.plot.scatterPlot && continuousPair) {
+    MediationScatterPlot chart(&out.generator, out);
+    write(chart);
   }
   if (s.plot.barPlot && binaryMediator(out) && s.outcomeDistribution == NORMAL) {
     MediationBarPlot chart(&out.generator, out, false, false, meansByMediator(out));
-    chart.fillData();
-    status = chart.addGPLGraphToProcedureJSON();
+    write(chart);
   }
-  // The ratio-scale forest plot of a binary or count outcome is not drawn yet.
-  if (s.plot.forestPlot && s.outcomeDistribution == NORMAL) {
-    MediationForestPlot chart(&out.generator, out, forestRows(out));
-    chart.fillData();
-    status = chart.addGPLGraphToProcedureJSON();
+  if (s.plot.forestPlot) {
+    std::vector<MediationForestPlot::Row> rows = forestRows(out);
+    const ForestForm form = forestForm(out, rows.size());
+    MediationForestPlot chart(&out.generator, out, std::move(rows), form);
+    write(chart);
+  }
+  // A binary outcome by the mediator's quartiles (a count outcome has no proportions).
+  if (s.plot.barPlot && !binaryMediator(out) && binaryOutcome) {
+    const VariableRoleMapper& map = out.settings.roleMapper();
+    const Vector& y = map.roleData("OUTCOMEVAR");
+    const Vector weights = s.scaleWeightVar.empty() ? Vector(y.size(), 1.0)
+                                                    : Vector(map.roleData("MEDMODEL_SCALEWEIGHT"));
+    MediationBarPlot chart(
+        &out.generator, out, true, true,
+        proportionsByQuartile(map.roleData("MEDIATORVAR"), y, weights,
+                              out.results.outcomeEventValue, s.outcomeVar, s.ciLevel));
+    write(chart);
   }
   if (s.plot.pathDiagram) {
     MediationPathDiagram chart(&out.generator, out);
-    chart.fillData();
-    status = chart.addGPLGraphToProcedureJSON();
+    write(chart);
   }
   return status;
 }

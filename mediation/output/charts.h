@@ -1,6 +1,7 @@
 // The charts of a run, each a set of GPL statements with its data columns.
 #pragma once
 
+#include <cmath>
 #include <string>
 #include <vector>
 
@@ -46,6 +47,19 @@ class MediationBarPlot : public stathost::StatGPLGraph {
   std::vector<Bar> bars_;
 };
 
+// The value axis of a forest plot: the outcome's own scale, ratios (reference line at 1),
+// or linear intercepts sharing the axis with ratio paths and effects.
+enum class ForestScale { kLinear, kRatio, kMixed };
+
+// How a forest plot is laid out: transposed (labels down the side, values across) or plain
+// (labels along the bottom, values up), its value axis, and the total-effect line.
+struct ForestForm {
+  bool transposed = true;
+  ForestScale scale = ForestScale::kLinear;
+  std::string axisLabel = "Effect Estimate";
+  double totalEffect = NAN;
+};
+
 // Path coefficients and effects with their confidence intervals.
 class MediationForestPlot : public stathost::StatGPLGraph {
  public:
@@ -54,7 +68,7 @@ class MediationForestPlot : public stathost::StatGPLGraph {
     double estimate = 0.0, lower = 0.0, upper = 0.0;
   };
   MediationForestPlot(stathost::StatJSONGenerator* generator, const OutputContext& out,
-                      std::vector<Row> rows);
+                      std::vector<Row> rows, ForestForm form);
   void fillData();
 
  protected:
@@ -63,8 +77,21 @@ class MediationForestPlot : public stathost::StatGPLGraph {
  private:
   const OutputContext& out_;
   std::vector<Row> rows_;
-  double totalEffect_ = 0.0;
+  ForestForm form_;
 };
+
+// The rows of the forest plot for the analysis (intercepts, paths, effects) and the form
+// it is drawn in.
+std::vector<MediationForestPlot::Row> forestRows(const OutputContext& out);
+ForestForm forestForm(const OutputContext& out, std::size_t rows);
+
+// Outcome proportions (percent, with Wilson limits at `level`) of a binary outcome in the
+// four quartile groups of a continuous mediator; `event` is the outcome value coded 1.
+std::vector<MediationBarPlot::Bar> proportionsByQuartile(const Vector& mediator,
+                                                         const Vector& outcome,
+                                                         const Vector& weights, double event,
+                                                         const std::string& outcomeName,
+                                                         double level);
 
 // Exposure, mediator and outcome with the paths between them, the NIE and TE of a causal
 // analysis, and the covariates' paths unless they are hidden.

@@ -1,5 +1,12 @@
 // The chart specifications a run writes, under each PLOT setting.
+#include "output/charts.h"
+
 #include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
 
 #include "entry/medanlys_entry.h"
 #include "reference_data.h"
@@ -32,8 +39,17 @@ std::string command(const std::string& models, const std::string& criteria, cons
          " /PRINT /PLOT " + plot + ".";
 }
 
-const std::string kContinuous = "/MEDMODEL DISTRIBUTION=NORMAL /OUTMODEL DISTRIBUTION=NORMAL";
-const std::string kBinaryMediator = "/MEDMODEL DISTRIBUTION=BINOMIAL /OUTMODEL DISTRIBUTION=NORMAL";
+constexpr const char* kContinuousText =
+    "/MEDMODEL DISTRIBUTION=NORMAL /OUTMODEL DISTRIBUTION=NORMAL";
+constexpr const char* kBinaryMediatorText =
+    "/MEDMODEL DISTRIBUTION=BINOMIAL /OUTMODEL DISTRIBUTION=NORMAL";
+constexpr const char* kLogitOutcomeText =
+    "/MEDMODEL DISTRIBUTION=NORMAL /OUTMODEL DISTRIBUTION=BINOMIAL LINK=LOGIT";
+const std::string kContinuous = kContinuousText;
+const std::string kBinaryMediator = kBinaryMediatorText;
+const std::string kLogitOutcome = kLogitOutcomeText;
+const std::string kPoissonOutcome =
+    "/MEDMODEL DISTRIBUTION=NORMAL /OUTMODEL DISTRIBUTION=POISSON LINK=LOG";
 
 bool has(const json& chart, const std::string& statement) {
   return chart["gpl"].get<std::string>().find(statement) != std::string::npos;
@@ -84,5 +100,110 @@ TEST(Charts, BinaryMediatorWritesBarsAndInterceptsButNoScatter) {
   EXPECT_TRUE(has(charts[0], "map((\"M=0\", color.blue), (\"M=1\", color.orange))"));
   EXPECT_EQ(charts[1]["data"][0]["values"][0], "(M intercept) Beta0");
 }
+
+TEST(Charts, RatioOutcomeWritesForestBeforeQuartileBarsOnAMixedAxis) {
+  const json charts =
+      chartsOf("nb_logit",
+               command(kLogitOutcome, "CAUSAL", "PATH_DIAGRAM BAR_PLOT FOREST_PLOT SCATTER_PLOT"));
+  ASSERT_EQ(charts.size(), 3u);
+  EXPECT_EQ(charts[0]["title"], "Mediation Analysis Forest Plot");
+  EXPECT_EQ(charts[1]["title"], "Y by M Quartiles");
+  EXPECT_EQ(charts[2]["title"], "Mediation Analysis Path Diagram");
+  const json& forest = charts[0];
+  EXPECT_TRUE(has(forest, "GUIDE: axis(dim(2), label(\"Effect Size (Mixed: Linear + Ratios)\"))"));
+  EXPECT_TRUE(has(forest, "DATA: xOR = col(source(s), name(\"xOR\"))"));
+  EXPECT_TRUE(has(forest, "label(\"OR=1\"))"));
+  EXPECT_TRUE(has(forest, "label(\"Null Effect (0)\"))"));
+  EXPECT_TRUE(has(forest, "Note: Mixed scales - Intercepts on linear scale (ref=0)"));
+  // Intercepts, three paths and four effects; the outcome paths as odds ratios.
+  const json& labels = forest["data"][0]["values"];
+  ASSERT_EQ(labels.size(), 18u);
+  EXPECT_EQ(labels[0], "(M intercept) Beta0");
+  EXPECT_EQ(labels[6], "M -> Y (Theta2)");
+  const json reference = testsupport::referenceValues("nb_logit")["models"];
+  const double theta2 = reference["outcome_logistic_interaction"]["coef"]["M"];
+  EXPECT_NEAR(forest["data"][1]["values"][6].get<double>(), std::exp(theta2), 1e-6);
+  // Eight bars: the two outcome levels in each quartile group, as percentages.
+  const json& bars = charts[1];
+  ASSERT_EQ(bars["data"][0]["values"].size(), 8u);
+  EXPECT_EQ(bars["data"][0]["values"][0].get<std::string>().rfind("M=0: Q1 [", 0), 0u);
+  EXPECT_EQ(bars["data"][1]["values"][1], "Y=1");
+  EXPECT_TRUE(has(bars, "COORD: rect(dim(1,2), cluster(3))"));
+}
+
+TEST(Charts, RatioScaleWithoutPathsUsesThePlainLayout) {
+  const json charts =
+      chartsOf("np_count",
+               command(kPoissonOutcome, "CAUSAL", "BAR_PLOT FOREST_PLOT(PATH_COEFFICIENTS=FALSE)"));
+  // A count outcome has no proportions to draw.
+  ASSERT_EQ(charts.size(), 1u);
+  const json& forest = charts[0];
+  EXPECT_FALSE(has(forest, "COORD: transpose()"));
+  EXPECT_TRUE(has(forest, "SCALE: cat(dim(1))\n"));
+  EXPECT_TRUE(has(forest, "SCALE: linear(dim(2), include(1.0))"));
+  EXPECT_TRUE(has(forest, "label(\"Incidence Rate Ratio Scale\"))"));
+  EXPECT_TRUE(has(forest, "position(effectRange*xOR)"));
+  EXPECT_FALSE(has(forest, "Null Effect (0)"));
+  EXPECT_TRUE(has(forest, "Note: Effect sizes may appear compressed initially."));
+}
+
+// Quartile groups and Wilson limits of the outcome proportions.
+TEST(ChartData, ProportionsByQuartile) {
+  const medanlys::Vector m = {1, 2, 3, 4, 5, 6, 7, 8}, y = {0, 0, 0, 1, 0, 1, 1, 1}, w(8, 1.0);
+  const auto bars = medanlys::proportionsByQuartile(m, y, w, 1.0, "Y", 95);
+  ASSERT_EQ(bars.size(), 8u);
+  EXPECT_EQ(bars[0].mediatorLevel, "M=0: Q1 [1, 2]");
+  EXPECT_EQ(bars[6].mediatorLevel, "M=3: Q4 [7, 8]");
+  EXPECT_EQ(bars[2].outcomeLevel, "Y=0");
+  EXPECT_DOUBLE_EQ(bars[3].value, 50.0);  // one event among cases 3 and 4
+  // Wilson 95% interval for 1 of 2 (R: prop.test(1, 2, correct = FALSE)$conf.int).
+  EXPECT_NEAR(bars[3].lower, 9.4531, 1e-3);
+  EXPECT_NEAR(bars[3].upper, 90.5469, 1e-3);
+  EXPECT_DOUBLE_EQ(bars[7].value, 100.0);
+}
+
+// Each chart form against its checked-in GPL (MEDANLYS_UPDATE_GOLDEN=1 rewrites them).
+struct GoldenChart {
+  const char* file;
+  const char* dataset;
+  const char* models;
+  const char* plot;
+  int index;
+};
+
+class ChartGolden : public ::testing::TestWithParam<GoldenChart> {};
+
+TEST_P(ChartGolden, GplMatchesTheCheckedInText) {
+  const GoldenChart& g = GetParam();
+  const json charts = chartsOf(g.dataset, command(g.models, "CAUSAL", g.plot));
+  ASSERT_GT(charts.size(), static_cast<std::size_t>(g.index));
+  const std::string gpl = charts[g.index]["gpl"];
+  const std::string path = std::string(MEDANLYS_TEST_DATA) + "/golden/charts/" + g.file;
+  if (std::getenv("MEDANLYS_UPDATE_GOLDEN")) {
+    std::ofstream(path) << gpl;
+    GTEST_SKIP() << "golden file written";
+  }
+  std::ifstream in(path);
+  ASSERT_TRUE(in) << "missing " << path << " (run with MEDANLYS_UPDATE_GOLDEN=1 to write it)";
+  std::stringstream expected;
+  expected << in.rdbuf();
+  EXPECT_EQ(gpl, expected.str());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Forms, ChartGolden,
+    ::testing::Values(
+        GoldenChart{"scatter.gpl", "nn_binA", kContinuousText, "SCATTER_PLOT", 0},
+        GoldenChart{"forest_linear_transposed.gpl", "nn_binA", kContinuousText, "FOREST_PLOT", 0},
+        GoldenChart{"path_diagram.gpl", "nn_binA", kContinuousText, "PATH_DIAGRAM", 0},
+        GoldenChart{"bar_means.gpl", "bn", kBinaryMediatorText, "BAR_PLOT", 0},
+        GoldenChart{"forest_mixed.gpl", "nb_logit", kLogitOutcomeText, "FOREST_PLOT", 0},
+        GoldenChart{"forest_ratio_plain.gpl", "nb_logit", kLogitOutcomeText,
+                    "FOREST_PLOT(PATH_COEFFICIENTS=FALSE)", 0},
+        GoldenChart{"bar_quartiles.gpl", "nb_logit", kLogitOutcomeText, "BAR_PLOT", 0}),
+    [](const ::testing::TestParamInfo<GoldenChart>& param) {
+      std::string name = param.param.file;
+      return name.substr(0, name.find('.'));
+    });
 
 }  // namespace
