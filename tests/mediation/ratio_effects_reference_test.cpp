@@ -2,6 +2,9 @@
 // evaluated in R at the exact maximum-likelihood fits (the reference's lab_closed_form).
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <map>
+
 #include "effects/ratio_effects.h"
 #include "models/glm.h"
 #include "module_fixture.h"
@@ -30,6 +33,38 @@ struct RatioCase {
 };
 
 class RatioEffectsReference : public ::testing::TestWithParam<RatioCase> {};
+
+// The parameters with the k-th of (beta, sigma2, theta) moved by h.
+RatioModelParameters moved(RatioModelParameters p, std::size_t k, double h) {
+  ContinuousModelParameters& m = p.models;
+  std::vector<double*> slots = {&m.beta_0, &m.beta_1};
+  for (double& b : m.beta_2) slots.push_back(&b);
+  slots.push_back(&p.sigma2);
+  for (double* t : {&m.theta_0, &m.theta_1, &m.theta_2}) slots.push_back(t);
+  if (m.interaction) slots.push_back(&m.theta_3);
+  for (double& t : m.theta_4) slots.push_back(&t);
+  *slots.at(k) += h;
+  return p;
+}
+
+// The automatic-differentiation gradients (of log R for a ratio) against central
+// differences of the formulas; relative 1e-6 with an absolute floor for tiny entries.
+void expectGradientsMatchCentralDifferences(const RatioModelParameters& p, const ReferencePoint& r,
+                                            const std::string& prefix,
+                                            const std::vector<RatioEffectValue>& effects) {
+  for (std::size_t k = 0; k < p.size(); ++k) {
+    const double h = 1e-5;
+    const auto up = computeRatioEffects(moved(p, k, h), r, prefix, false);
+    const auto down = computeRatioEffects(moved(p, k, -h), r, prefix, false);
+    for (std::size_t e = 0; e < effects.size(); ++e) {
+      if (!std::isfinite(effects[e].estimate)) continue;
+      const auto f = [&](double v) { return effects[e].ratio ? std::log(v) : v; };
+      const double numeric = (f(up[e].estimate) - f(down[e].estimate)) / (2 * h);
+      EXPECT_NEAR(effects[e].gradient[k], numeric, 1e-6 * std::max(1.0, std::fabs(numeric)))
+          << effects[e].name << " d/dparameter " << k;
+    }
+  }
+}
 
 TEST_P(RatioEffectsReference, AllEffectsWithDeltaMethod) {
   const RatioCase& c = GetParam();
@@ -82,6 +117,16 @@ TEST_P(RatioEffectsReference, AllEffectsWithDeltaMethod) {
   for (std::size_t i = 0; i < qo; ++i) {
     for (std::size_t j = 0; j < qo; ++j) sigma(qm + 1 + i, qm + 1 + j) = outcomeCov(i, j);
   }
+
+  // The four-way decomposition adds up on the ratio scale.
+  const std::vector<RatioEffectValue> effects = computeRatioEffects(p, r, c.prefix, true);
+  std::map<std::string, double> value;
+  for (const RatioEffectValue& e : effects) value[e.name] = e.estimate;
+  EXPECT_NEAR(
+      value[std::string(c.prefix) + "TE"] - 1.0,
+      value["excRR_CDE"] + value["excRR_INTref"] + value["excRR_INTmed"] + value["excRR_PIE"],
+      1e-12);
+  expectGradientsMatchCentralDifferences(p, r, c.prefix, effects);
 
   for (int level : {95, 90}) {
     const EffectMap result =

@@ -167,6 +167,15 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"NonIntegerCounts", validCommand("", "", "DISTRIBUTION=NEGBIN(MLE) LINK=LOG"),
                 "Outcome variable y must contain only non-negative integer values for Negative "
                 "Binomial distribution."},
+        Refusal{"NegativeCounts",
+                validCommand("OUTCOMEVAR=c1 MEDIATORVAR=m PREDICTORVAR=x(BLEVEL=0 ELEVEL=1)", "",
+                             "DISTRIBUTION=POISSON LINK=LOG"),
+                "Outcome variable c1 must contain only non-negative integer values for Poisson "
+                "distribution."},
+        Refusal{"ThreeValuedBinaryOutcome",
+                validCommand("OUTCOMEVAR=f MEDIATORVAR=m PREDICTORVAR=x(BLEVEL=0 ELEVEL=1)", "",
+                             "DISTRIBUTION=BINOMIAL LINK=LOGIT"),
+                "Outcome must have exactly 2 values for binomial. Recode"},
         Refusal{"StringOutcomeForPoisson",
                 validCommand("OUTCOMEVAR=name MEDIATORVAR=m PREDICTORVAR=x", "",
                              "DISTRIBUTION=POISSON"),
