@@ -9,8 +9,11 @@
 #include <sstream>
 
 #include "entry/medanlys_entry.h"
+#include "module_fixture.h"
 #include "reference_data.h"
 #include "stathost/host_session.h"
+#include "stathost/universal_parser.h"
+#include "syntax/command_description_builder.h"
 
 namespace {
 
@@ -205,5 +208,37 @@ INSTANTIATE_TEST_SUITE_P(
       std::string name = param.param.file;
       return name.substr(0, name.find('.'));
     });
+
+// Paths that cannot be read become labelled rows instead of stopping the chart.
+class ForestRowsWithoutModels : public testsupport::ModuleTest {};
+
+TEST_F(ForestRowsWithoutModels, LabelTheMissingPaths) {
+  using namespace medanlys;
+  stathost::CommandDescriptor grammar("MEDIATION ANALYSIS");
+  CommandDescriptionBuilder builder(grammar);
+  for (int i = 0; i < CommandDescriptionBuilder::kSubcommandCount; ++i) builder.declare(i);
+  stathost::STAX_TokenSequence tokens(
+      testsupport::validCommand("", "", "", "", " /PLOT FOREST_PLOT"), 1);
+  stathost::CommandSpec parsed;
+  stathost::UniversalParser parser(tokens, parsed, grammar);
+  ASSERT_EQ(parser.getCommandSpecifications(), 0);
+  stathost::ProcedureDataSource source;
+  MediationSettings settings(parsed, grammar, source);
+  for (int i = 0; i < CommandDescriptionBuilder::kSubcommandCount; ++i)
+    settings.prepareInputSetting(i);
+  MediationCaseData results;  // no fitted coefficients
+  results.effects["TE"] = EffectInference{0.5, 0.1, 5.0, 0.0, 0.3, 0.7};
+  stathost::StatJSONGenerator generator("Mediation Analysis");
+  const OutputContext out{generator, settings, results};
+  const auto rows = forestRows(out);
+  ASSERT_EQ(rows.size(), 3u);
+  EXPECT_EQ(rows[0].label, "Exposure not available");
+  EXPECT_EQ(rows[1].label, "Mediator not available");
+  EXPECT_EQ(rows[2].label, "TE (Total Effect)");
+  const ForestForm form = forestForm(out, rows.size());
+  EXPECT_FALSE(form.transposed);  // three rows fit side by side
+  EXPECT_EQ(form.scale, ForestScale::kLinear);
+  EXPECT_DOUBLE_EQ(form.totalEffect, 0.5);
+}
 
 }  // namespace
