@@ -108,6 +108,10 @@ bool Runner::loadData(const std::vector<std::string>& nominal,
     for (const std::string& w : warnings) {
       addGlobalMessage(hostMessage(MessageLevel::kWarning, "", w));
     }
+    if (data->caseCount() == 0) {
+      addGlobalMessage(hostMessage(MessageLevel::kWarning, "",
+                                   options_.dataPath + " has no cases."));
+    }
     document_["data"] = {{"file", options_.dataPath},
                          {"cases", data->caseCount()},
                          {"variables", data->columns.size()}};
@@ -236,10 +240,20 @@ void Runner::addLevelHints(stathost::RunRecord& record) const {
   std::vector<HostMessage> hints;
   for (const HostMessage& m : record.messages) {
     if (m.level != MessageLevel::kError) continue;
-    const bool aboutLevel = m.text.find("categorical") != std::string::npos ||
-                            m.text.find("nominal") != std::string::npos ||
-                            m.text.find("scale") != std::string::npos ||
-                            m.text.find("ordinal") != std::string::npos;
+    const auto bare = [](std::string word) {
+      while (!word.empty() && std::ispunct(static_cast<unsigned char>(word.back())))
+        word.pop_back();
+      while (!word.empty() && std::ispunct(static_cast<unsigned char>(word.front())))
+        word.erase(word.begin());
+      return word;
+    };
+    // Only messages about measurement levels get the hint (whole words: "Rescale" is not one).
+    bool aboutLevel = false;
+    for (const std::string& word : splitWords(m.text)) {
+      const std::string w = bare(word);
+      aboutLevel =
+          aboutLevel || w == "categorical" || w == "nominal" || w == "scale" || w == "ordinal";
+    }
     if (!aboutLevel) continue;
     for (const std::string& word : splitWords(m.text)) {
       std::string name = word;

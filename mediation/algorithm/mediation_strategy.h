@@ -31,6 +31,7 @@ class StrategyBase : public MediationStrategy {
   int notAvailable(const char* analysis, std::vector<std::string>& errors) const;
   // Reports a failure's user message (when it has one) through the message sink.
   void report(const class FitError& failure) const;
+  void reportUnexpected(const std::string& detail) const;
   // Runs an analysis body: a failure is reported, its detail added to `errors`, and the
   // status is 1; otherwise the body's status.
   int guarded(std::vector<std::string>& errors, const std::function<int()>& body) const;

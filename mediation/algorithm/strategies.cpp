@@ -21,14 +21,27 @@ void StrategyBase::report(const FitError& failure) const {
   if (!failure.userMessage().empty()) messages_.GenericError(failure.userMessage());
 }
 
+// A failure without a message of its own still reaches the user, with its detail.
+void StrategyBase::reportUnexpected(const std::string& detail) const {
+  messages_.GenericError("The analysis stopped: ^1.", detail);
+}
+
 int StrategyBase::guarded(std::vector<std::string>& errors,
                           const std::function<int()>& body) const {
   try {
     return body();
   } catch (const FitError& e) {
-    report(e);
+    if (e.userMessage().empty()) {
+      reportUnexpected(e.what());
+    } else {
+      report(e);
+    }
     errors.push_back(e.what());
+  } catch (const std::bad_alloc&) {
+    reportUnexpected("not enough memory");
+    errors.push_back("Memory allocation failed");
   } catch (const std::exception& e) {
+    reportUnexpected(e.what());
     errors.push_back(e.what());
   }
   return 1;

@@ -1,5 +1,6 @@
 #include "models/linear_algebra.h"
 
+#include <algorithm>
 #include <boost/numeric/ublas/lu.hpp>
 #include <cmath>
 #include <stdexcept>
@@ -41,6 +42,31 @@ bool invertMatrix(const Matrix& a, Matrix& out) {
   }
   out = std::move(inverse);
   return true;
+}
+
+double smallestScaledPivot(const Matrix& a) {
+  const std::size_t n = a.size1();
+  if (n == 0 || a.size2() != n) return 0.0;
+  Vector scale(n);
+  for (std::size_t i = 0; i < n; ++i) {
+    if (!(a(i, i) > 0.0) || !std::isfinite(a(i, i))) return 0.0;
+    scale[i] = 1.0 / std::sqrt(a(i, i));
+  }
+  Matrix l = zeroMatrix(n, n);
+  double smallest = 1.0;
+  for (std::size_t j = 0; j < n; ++j) {
+    double d = a(j, j) * scale[j] * scale[j];
+    for (std::size_t k = 0; k < j; ++k) d -= l(j, k) * l(j, k);
+    smallest = std::min(smallest, d);
+    if (!(d > 0.0)) return 0.0;
+    l(j, j) = std::sqrt(d);
+    for (std::size_t i = j + 1; i < n; ++i) {
+      double s = a(i, j) * scale[i] * scale[j];
+      for (std::size_t k = 0; k < j; ++k) s -= l(i, k) * l(j, k);
+      l(i, j) = s / l(j, j);
+    }
+  }
+  return smallest;
 }
 
 Matrix invertMatrixOrThrow(const Matrix& a) {

@@ -25,6 +25,13 @@ double determinant(const Matrix& a);
 // identity. False (out untouched) when a pivot is exactly zero or the result is not
 // finite.
 bool invertMatrix(const Matrix& a, Matrix& out);
+
+// The smallest Cholesky pivot of the matrix scaled to a unit diagonal: for a cross-product
+// matrix X'WX the pivot of column j is 1 - R^2 of column j on the columns before it
+// (uncentred), so a value near 0 means a column is a linear combination of others. 0 for a
+// matrix that is not positive definite.
+double smallestScaledPivot(const Matrix& a);
+constexpr double kCollinearPivot = 1e-12;
 // The same, throwing std::runtime_error("Matrix inversion failed").
 Matrix invertMatrixOrThrow(const Matrix& a);
 

@@ -278,7 +278,7 @@ WlsFit fitMediatorWls(const Vector& exposure, const Columns& covariates, const V
   Matrix XTWX, inverse;
   Vector XTWY;
   computeXTWX_XTWY_diagonalWeights(X, mediator, w, XTWX, XTWY);
-  if (!invertMatrix(XTWX, inverse)) {
+  if (smallestScaledPivot(XTWX) < kCollinearPivot || !invertMatrix(XTWX, inverse)) {
     throw FitError("Outcome model singular. Check for perfect collinearity.",
                    "Design matrix X^T W X is singular");
   }
@@ -311,7 +311,12 @@ WlsFit fitOutcomeWls(const Vector& exposure, const Vector& mediator, const Vecto
   Matrix XTWX, inverse;
   Vector XTWY;
   computeXTWX_XTWY_diagonalWeights(d.X, d.y, w, XTWX, XTWY);
-  inverse = invertMatrixOrThrow(XTWX);
+  // An exactly collinear design (a mediator that copies the exposure, say) may still
+  // factorise in floating point; judge it on the scale-free pivots instead.
+  if (smallestScaledPivot(XTWX) < kCollinearPivot || !invertMatrix(XTWX, inverse)) {
+    throw FitError("Outcome model singular. Check for perfect collinearity.",
+                   "Design matrix X^T W X is singular");
+  }
   WlsFit fit;
   fit.coefficients = multiply(inverse, XTWY);
   completeFit(fit, d.X, d.y, w, inverse, static_cast<double>(d.X.n) - static_cast<double>(d.q));

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "data/analysis_limits.h"
 #include "data/case_reader.h"
 #include "stathost/case_adapter.h"
 
@@ -331,6 +332,11 @@ bool MediationSettings::readBootstrap() {
   if (const ParamObj* n = criteria->getQualifier("NSAMPLES")) {
     nSamplesGiven = true;
     nSamples = n->getIntegerValue();
+    if (nSamples > kMaxBootstrapSamples) {
+      messages_.GenericError("Bootstrap samples (NSAMPLES) must be at most ^1.",
+                             std::to_string(kMaxBootstrapSamples));
+      return false;
+    }
   }
   if (const ParamObj* s = criteria->getQualifier("SEED")) {
     seedGiven = true;
@@ -466,6 +472,7 @@ bool MediationSettings::finalizeSettings() {
   summariseCases(true);
   casesRead = roleMapper_.casesRead;
   casesValid = roleMapper_.casesValid;
+  if (!checkAnalysisLimits(roleMapper_, messages_)) return false;
   return checkOutcomeValues();
 }
 
