@@ -18,8 +18,9 @@ class MediationSettings;
 class MediationStrategy {
  public:
   virtual ~MediationStrategy() = default;
-  // 0 = success, 1 = failure; appends readable error texts to errors.
-  virtual int run(const RoleMapping& input, MediationCaseData& results,
+  // 0 = success, 1 = failure; appends readable error texts to errors. The strategy may take
+  // the input's columns (they are not copied: a large data set is held once).
+  virtual int run(RoleMapping& input, MediationCaseData& results,
                   std::vector<std::string>& errors) = 0;
 };
 
@@ -45,7 +46,7 @@ class StrategyBase : public MediationStrategy {
 class NormalNormalStrategy : public StrategyBase {
  public:
   NormalNormalStrategy(const MediationSettings& settings, stathost::ACAStopProcessor* stop);
-  int run(const RoleMapping& input, MediationCaseData& results,
+  int run(RoleMapping& input, MediationCaseData& results,
           std::vector<std::string>& errors) override;
 };
 
@@ -53,7 +54,7 @@ class NormalNormalStrategy : public StrategyBase {
 class NormalBinomialStrategy : public StrategyBase {
  public:
   NormalBinomialStrategy(const MediationSettings& settings, stathost::ACAStopProcessor* stop);
-  int run(const RoleMapping& input, MediationCaseData& results,
+  int run(RoleMapping& input, MediationCaseData& results,
           std::vector<std::string>& errors) override;
 
  private:
@@ -65,7 +66,7 @@ class NormalBinomialStrategy : public StrategyBase {
 class BinomialNormalStrategy : public StrategyBase {
  public:
   BinomialNormalStrategy(const MediationSettings& settings, stathost::ACAStopProcessor* stop);
-  int run(const RoleMapping& input, MediationCaseData& results,
+  int run(RoleMapping& input, MediationCaseData& results,
           std::vector<std::string>& errors) override;
 
  private:
@@ -77,7 +78,7 @@ class BinomialNormalStrategy : public StrategyBase {
 class BinomialBinomialStrategy : public StrategyBase {
  public:
   BinomialBinomialStrategy(const MediationSettings& settings, stathost::ACAStopProcessor* stop);
-  int run(const RoleMapping& input, MediationCaseData& results,
+  int run(RoleMapping& input, MediationCaseData& results,
           std::vector<std::string>& errors) override;
 };
 

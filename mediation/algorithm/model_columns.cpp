@@ -7,18 +7,18 @@
 
 namespace medanlys {
 
-ModelColumns gatherModelColumns(const RoleMapping& input) {
+ModelColumns takeModelColumns(RoleMapping& input) {
   ModelColumns m;
   for (const FactorCoding& coding : input.factorCodings) {
     for (double level : coding.levels)
       m.labels.push_back(coding.variable + "=" + stathost::formatShortest(level));
   }
-  for (const Vector& dummy : input.factors) {
-    m.covariates.push_back(dummy);
+  for (Vector& dummy : input.factors) {
+    m.covariates.push_back(std::move(dummy));
     m.isFactor.push_back(true);
   }
   for (std::size_t c = 0; c < input.covariates.size(); ++c) {
-    m.covariates.push_back(input.covariates[c]);
+    m.covariates.push_back(std::move(input.covariates[c]));
     m.isFactor.push_back(false);
     m.labels.push_back(c < input.covariateNames.size() ? input.covariateNames[c] : "");
   }

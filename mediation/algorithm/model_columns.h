@@ -15,7 +15,8 @@ struct ModelColumns {
   std::vector<std::string> labels;  // "F=2" for a dummy, the variable name for a covariate
 };
 
-ModelColumns gatherModelColumns(const RoleMapping& input);
+// Moves the factor dummies and covariates out of the input, in design order.
+ModelColumns takeModelColumns(RoleMapping& input);
 
 // Throws FitError when the columns do not all have the exposure's length.
 void checkColumnSizes(const Vector& exposure, const Vector& mediator, const Vector& outcome,

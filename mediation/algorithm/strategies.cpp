@@ -51,7 +51,7 @@ BinomialBinomialStrategy::BinomialBinomialStrategy(const MediationSettings& sett
                                                    stathost::ACAStopProcessor* stop)
     : StrategyBase(settings, stop) {}
 
-int BinomialBinomialStrategy::run(const RoleMapping&, MediationCaseData&,
+int BinomialBinomialStrategy::run(RoleMapping&, MediationCaseData&,
                                   std::vector<std::string>& errors) {
   return notAvailable("binary mediator with a binary or count outcome", errors);
 }

@@ -86,17 +86,17 @@ BinomialNormalStrategy::BinomialNormalStrategy(const MediationSettings& settings
                                                stathost::ACAStopProcessor* stop)
     : StrategyBase(settings, stop) {}
 
-int BinomialNormalStrategy::run(const RoleMapping& input, MediationCaseData& results,
+int BinomialNormalStrategy::run(RoleMapping& input, MediationCaseData& results,
                                 std::vector<std::string>& errors) {
   Log& log = results.log;
   return guarded(errors, [&]() {
     double t = omp_get_wtime();
     const bool weighted = !settings_.scaleWeightVar.empty();
     log.push_back(weightsLogLine(weighted));
-    Vector exposure = input.exposure, outcome = input.outcome;
-    const Vector weights = weighted ? input.weights : Vector(exposure.size(), 1.0);
+    Vector exposure = std::move(input.exposure), outcome = std::move(input.outcome);
+    const Vector weights = weighted ? std::move(input.weights) : Vector(exposure.size(), 1.0);
     const Vector* skewWeights = weighted ? &weights : nullptr;
-    ModelColumns columns = gatherModelColumns(input);
+    ModelColumns columns = takeModelColumns(input);
     results.covariateLabels = columns.labels;
     checkColumnSizes(exposure, input.mediator, outcome, weights, columns);
 

@@ -35,7 +35,7 @@ NormalBinomialStrategy::NormalBinomialStrategy(const MediationSettings& settings
                                                stathost::ACAStopProcessor* stop)
     : StrategyBase(settings, stop) {}
 
-int NormalBinomialStrategy::run(const RoleMapping& input, MediationCaseData& results,
+int NormalBinomialStrategy::run(RoleMapping& input, MediationCaseData& results,
                                 std::vector<std::string>& errors) {
   Log& log = results.log;
   return guarded(errors, [&]() {
@@ -62,10 +62,11 @@ int NormalBinomialStrategy::run(const RoleMapping& input, MediationCaseData& res
     double t = omp_get_wtime();
     const bool weighted = !settings_.scaleWeightVar.empty();
     log.push_back(weightsLogLine(weighted));
-    Vector exposure = input.exposure, mediator = input.mediator, outcome = input.outcome;
-    const Vector weights = weighted ? input.weights : Vector(exposure.size(), 1.0);
+    Vector exposure = std::move(input.exposure), mediator = std::move(input.mediator),
+           outcome = std::move(input.outcome);
+    const Vector weights = weighted ? std::move(input.weights) : Vector(exposure.size(), 1.0);
     const Vector* skewWeights = weighted ? &weights : nullptr;
-    ModelColumns columns = gatherModelColumns(input);
+    ModelColumns columns = takeModelColumns(input);
     results.covariateLabels = columns.labels;
     checkColumnSizes(exposure, mediator, outcome, weights, columns);
 

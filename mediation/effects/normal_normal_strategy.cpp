@@ -32,7 +32,7 @@ NormalNormalStrategy::NormalNormalStrategy(const MediationSettings& settings,
                                            stathost::ACAStopProcessor* stop)
     : StrategyBase(settings, stop) {}
 
-int NormalNormalStrategy::run(const RoleMapping& input, MediationCaseData& results,
+int NormalNormalStrategy::run(RoleMapping& input, MediationCaseData& results,
                               std::vector<std::string>& errors) {
   Log& log = results.log;
   return guarded(errors, [&]() {
@@ -40,10 +40,11 @@ int NormalNormalStrategy::run(const RoleMapping& input, MediationCaseData& resul
     double t = omp_get_wtime();
     const bool weighted = !settings_.scaleWeightVar.empty();
     log.push_back(weightsLogLine(weighted));
-    Vector exposure = input.exposure, mediator = input.mediator, outcome = input.outcome;
-    const Vector weights = weighted ? input.weights : Vector(exposure.size(), 1.0);
+    Vector exposure = std::move(input.exposure), mediator = std::move(input.mediator),
+           outcome = std::move(input.outcome);
+    const Vector weights = weighted ? std::move(input.weights) : Vector(exposure.size(), 1.0);
     const Vector* skewWeights = weighted ? &weights : nullptr;
-    ModelColumns columns = gatherModelColumns(input);
+    ModelColumns columns = takeModelColumns(input);
     std::vector<Vector>& covariates = columns.covariates;
     const std::vector<bool>& isFactor = columns.isFactor;
     results.covariateLabels = columns.labels;

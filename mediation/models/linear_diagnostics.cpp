@@ -44,33 +44,29 @@ double jarqueBeraPValue(const std::vector<double>& e, const std::vector<double>&
 
 double maxVarianceInflation(const DesignMatrix& X, const std::vector<double>& w) {
   if (X.q <= 2) return 1.0;  // intercept and one column: nothing to be collinear with
-  double worst = 1.0;
-  for (std::size_t j = 1; j < X.q; ++j) {
-    // Regress column j on the intercept and the other non-intercept columns.
-    DesignMatrix others;
-    others.n = X.n;
-    others.q = X.q - 1;
-    others.values.reserve(others.n * others.q);
-    Vector target(X.n);
-    for (std::size_t i = 0; i < X.n; ++i) {
-      for (std::size_t k = 0; k < X.q; ++k) {
-        if (k != j) others.values.push_back(X(i, k));
-      }
-      target[i] = X(i, j);
+  // 1 / (1 - R^2_j) of column j on the others equals C_jj (C^-1)_jj, C the weighted
+  // cross-products of the centred non-intercept columns: one pass over the data and no
+  // copy of the design, whatever its size.
+  Matrix s = zeroMatrix(X.q, X.q);
+  for (std::size_t i = 0; i < X.n; ++i) {
+    const double* x = X.row(i);
+    for (std::size_t a = 0; a < X.q; ++a) {
+      const double wx = w[i] * x[a];
+      for (std::size_t b = 0; b <= a; ++b) s(a, b) += wx * x[b];
     }
-    Matrix XTWX;
-    Vector XTWY;
-    computeXTWX_XTWY_diagonalWeights(others, target, w, XTWX, XTWY);
-    Matrix inverse;
-    if (!invertMatrix(XTWX, inverse)) return std::numeric_limits<double>::infinity();
-    const Vector beta = multiply(inverse, XTWY);
-    Vector fitted, residuals;
-    computeResiduals(others, beta, target, w, fitted, residuals);
-    const RSquared fit = computeRSquared(residuals, target, w, X.n, others.q);
-    const double vif =
-        fit.r2 >= 1.0 ? std::numeric_limits<double>::infinity() : 1.0 / (1.0 - fit.r2);
-    worst = std::max(worst, vif);
   }
+  const std::size_t k = X.q - 1;
+  Matrix c(k, k);
+  for (std::size_t a = 0; a < k; ++a) {
+    for (std::size_t b = 0; b <= a; ++b) {
+      c(a, b) = c(b, a) = s(a + 1, b + 1) - s(a + 1, 0) * s(b + 1, 0) / s(0, 0);
+    }
+  }
+  Matrix inverse;
+  if (!(s(0, 0) > 0.0) || smallestScaledPivot(c) < kCollinearPivot || !invertMatrix(c, inverse))
+    return std::numeric_limits<double>::infinity();
+  double worst = 1.0;
+  for (std::size_t j = 0; j < k; ++j) worst = std::max(worst, c(j, j) * inverse(j, j));
   return worst;
 }
 

@@ -77,6 +77,13 @@ void modelLogLines(WlsFit& fit) {
   fit.log.push_back(cis);
 }
 
+// The per-case fitted values and residuals have served the diagnostics; a large data set
+// should not be held in them once more.
+void releaseCaseVectors(WlsFit& fit) {
+  Vector().swap(fit.fitted);
+  Vector().swap(fit.residuals);
+}
+
 // Residuals, variance, R^2, covariances and diagnostics of a solved system.
 void completeFit(WlsFit& fit, const DesignMatrix& X, const Vector& y, const Vector& w,
                  const Matrix& inverse, double dfDenominator) {
@@ -299,6 +306,7 @@ WlsFit fitMediatorWls(const Vector& exposure, const Columns& covariates, const V
   fillInference(fit);
   fit.success = true;
   modelLogLines(fit);
+  releaseCaseVectors(fit);
   return fit;
 }
 
@@ -326,6 +334,7 @@ WlsFit fitOutcomeWls(const Vector& exposure, const Vector& mediator, const Vecto
   fillInference(fit);
   fit.success = true;
   modelLogLines(fit);
+  releaseCaseVectors(fit);
   return fit;
 }
 
@@ -390,6 +399,7 @@ WlsFit fitMediatorRidge(const Vector& exposure, const Columns& covariates, const
                 fit.diagnostics.influentialCases, fit.r2, fit.adjR2);
   fit.log.push_back(diag);
   fit.success = true;
+  releaseCaseVectors(fit);
   return fit;
 }
 

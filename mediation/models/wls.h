@@ -81,7 +81,7 @@ struct WlsFit {
   Vector seModel, seRobust;
   Vector tModel, tRobust;
   Vector lower95, upper95;  // estimate -/+ 1.96 model SE
-  Vector fitted, residuals;
+  Vector fitted, residuals;  // emptied once the diagnostics are computed
   double sigma2 = 0.0;
   double ssr = 0.0;
   double r2 = 0.0;
