@@ -7,6 +7,7 @@ packages=(
   g++ cmake ninja-build pkg-config
   libboost-dev nlohmann-json3-dev libreadstat-dev libcsv-dev libcli11-dev
   libgtest-dev libgmock-dev libbenchmark-dev
+  clang libomp-dev libclang-rt-14-dev
 )
 
 missing=()
