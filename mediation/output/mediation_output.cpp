@@ -65,6 +65,12 @@ int MediationOutput::emit() {
       status = writeRatioStatistics(out, true);
     }
   }
+  if (fitted && s.plot.barPlot && !binaryMediator &&
+      (s.outcomeDistribution == POISSON || s.outcomeDistribution == NEGBIN)) {
+    messages_.GenericWarning(
+        "BAR_PLOT shows the proportions of a binary outcome; a count outcome has none, so no bar "
+        "plot is drawn.");
+  }
   if (fitted) status = writeCharts(out);
   converter.generateOutput(generator_.getProcedureStatJSON());
   return status;
