@@ -343,8 +343,9 @@ void MediationPathDiagram::fillData() {
       addDoubleDataVariable({kYx - 2}, c + "_t4X2");
       addDoubleDataVariable({kYy + 6}, c + "_t4Y2");
       addStringDataVariable({num(thetaK)}, c + "_t4Text");
-      addDoubleDataVariable({(covX[k] + kYx) / 2 + 3}, c + "_t4LX");
-      addDoubleDataVariable({(93 + kYy) / 2 + 12}, c + "_t4LY");
+      // Halfway along the arrow: below the mediator's box, spread with the covariates.
+      addDoubleDataVariable({(covX[k] + 1 + kYx - 2) / 2 + 2}, c + "_t4LX");
+      addDoubleDataVariable({(93 + kYy + 6) / 2}, c + "_t4LY");
     }
   }
 }
