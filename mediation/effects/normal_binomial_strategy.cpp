@@ -201,6 +201,8 @@ int NormalBinomialStrategy::run(RoleMapping& input, MediationCaseData& results,
       model.family = family;
       model.estimateDispersion = dist == NEGBIN && settings_.negbinDispersion == 0.0;
       model.options = options;
+      model.options.start = oFit.coefficients;  // replicates start at the full-sample fit
+      model.options.startDispersion = model.estimateDispersion ? oFit.dispersion : 0.0;
       model.interaction = settings_.interaction;
       model.reference = ref;
       model.prefix = prefix;

@@ -1,5 +1,6 @@
 #include "models/glm.h"
 
+#include <boost/math/policies/policy.hpp>
 #include <boost/math/special_functions/digamma.hpp>
 #include <boost/math/special_functions/trigamma.hpp>
 #include <boost/numeric/ublas/lu.hpp>
@@ -344,7 +345,7 @@ GlmFit fitGlm(const DesignMatrix& X, const Vector& y, const Vector& w, const Fam
   double mean = 0.0;
   if (tooFewCases(X, fit) || !checkResponse(y, w, family, fit, mean) || rankDeficient(X, w, fit))
     return fit;
-  Vector beta = startingValues(X.q, family, mean);
+  Vector beta = options.start.size() == X.q ? options.start : startingValues(X.q, family, mean);
   iterate(X, y, w, family, options, beta, fit);
   if (!fit.converged) return fit;
   fit.dispersion = family.kind == GlmFamily::kNegBinLog ? family.k : 1.0;
@@ -360,10 +361,18 @@ GlmFit fitLogisticNR_Variant2(const DesignMatrix& X, const Vector& y, const Vect
 namespace {
 
 // Newton steps for theta on the profile log-likelihood at the given means.
+// theta = 1/k beyond this means k = 0 for every practical purpose: counts that are not
+// overdispersed have a likelihood that rises towards the Poisson model without a maximum,
+// and the estimate stops at this bound instead of chasing it.
+constexpr double kThetaPoissonLimit = 1e8;
+
+// Newton steps for theta on the profile log-likelihood, at most up to the Poisson limit.
 double thetaMle(const Vector& y, const Vector& w, const Vector& mu, double theta,
                 int maxIterations) {
-  using boost::math::digamma;
-  using boost::math::trigamma;
+  // Double arithmetic (the default policy promotes to long double, several times slower).
+  const boost::math::policies::policy<boost::math::policies::promote_double<false>> policy;
+  const auto digamma = [&policy](double x) { return boost::math::digamma(x, policy); };
+  const auto trigamma = [&policy](double x) { return boost::math::trigamma(x, policy); };
   for (int it = 0; it < maxIterations; ++it) {
     double score = 0.0, info = 0.0;
     for (std::size_t i = 0; i < y.size(); ++i) {
@@ -377,6 +386,7 @@ double thetaMle(const Vector& y, const Vector& w, const Vector& mu, double theta
     if (!(next > 0.0) || !std::isfinite(next)) next = theta / 2.0;
     const double change = std::fabs(next - theta) / theta;
     theta = next;
+    if (theta >= kThetaPoissonLimit) return kThetaPoissonLimit;
     if (change < 1e-12) break;
   }
   return theta;
@@ -391,21 +401,28 @@ GlmFit fitNegativeBinomialMle(const DesignMatrix& X, const Vector& y, const Vect
   const Family poisson{GlmFamily::kPoissonLog, 1.0};
   if (tooFewCases(X, fit) || !checkResponse(y, w, poisson, fit, mean) || rankDeficient(X, w, fit))
     return fit;
-  // Start from the Poisson fit and the moment estimate of theta.
-  Vector beta = startingValues(X.q, poisson, mean);
-  GlmFit start;
-  iterate(X, y, w, poisson, options, beta, start);
+  // Start from the Poisson fit and the moment estimate of theta, or where the caller says.
+  const bool warm = options.start.size() == X.q && options.startDispersion > 0.0;
+  Vector beta = warm ? options.start : startingValues(X.q, poisson, mean);
   Vector eta, mu;
-  means(X, beta, poisson, eta, mu);
-  double sw = 0.0, pearson = 0.0;
-  for (std::size_t i = 0; i < y.size(); ++i) {
-    sw += w[i];
-    pearson += w[i] * (y[i] / mu[i] - 1.0) * (y[i] / mu[i] - 1.0);
+  double theta = 1.0;
+  if (warm) {
+    means(X, beta, poisson, eta, mu);
+    theta = 1.0 / options.startDispersion;
+  } else {
+    GlmFit start;
+    iterate(X, y, w, poisson, options, beta, start);
+    means(X, beta, poisson, eta, mu);
+    double sw = 0.0, pearson = 0.0;
+    for (std::size_t i = 0; i < y.size(); ++i) {
+      sw += w[i];
+      pearson += w[i] * (y[i] / mu[i] - 1.0) * (y[i] / mu[i] - 1.0);
+    }
+    theta = pearson > 0.0 ? sw / pearson : 1.0;
   }
-  double theta = pearson > 0.0 ? sw / pearson : 1.0;
   int outer = 0;
   for (; outer < options.maxIterations; ++outer) {
-    theta = thetaMle(y, w, mu, theta, options.maxIterations);
+    theta = thetaMle(y, w, mu, std::min(theta, kThetaPoissonLimit), options.maxIterations);
     const Family nb{GlmFamily::kNegBinLog, 1.0 / theta};
     GlmFit step;
     const Vector previous = beta;
@@ -433,6 +450,11 @@ GlmFit fitNegativeBinomialMle(const DesignMatrix& X, const Vector& y, const Vect
     return fit;
   }
   const Family nb{GlmFamily::kNegBinLog, 1.0 / theta};
+  if (theta >= kThetaPoissonLimit) {
+    fit.log.push_back(
+        "The counts show no overdispersion: k stopped at its lower bound 1e-08, and the model "
+        "equals the Poisson model.");
+  }
   fit.converged = true;
   fit.dispersion = 1.0 / theta;
   // McFadden's null model: the intercept-only negative binomial with its own k.
@@ -448,7 +470,7 @@ bool fitGlmCoefficients(const DesignMatrix& X, const Vector& y, const Vector& w,
   GlmFit fit;
   double mean = 0.0;
   if (tooFewCases(X, fit) || !checkResponse(y, w, family, fit, mean)) return false;
-  beta = startingValues(X.q, family, mean);
+  beta = options.start.size() == X.q ? options.start : startingValues(X.q, family, mean);
   iterate(X, y, w, family, options, beta, fit);
   return fit.converged;
 }

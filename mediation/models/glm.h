@@ -21,6 +21,10 @@ struct GlmOptions {
   int maxStepHalving = 5;
   double ridgePenalty = 1e-6;  // added to the diagonal of a near-singular information
   bool firth = false;          // logistic only: maximise l(beta) + 1/2 log|I(beta)|
+  // Where the iterations start: empty for the family's own start. The bootstrap starts each
+  // replicate at the full-sample estimates, which a resample's estimates are close to.
+  Vector start;
+  double startDispersion = 0.0;  // negative binomial with k estimated: k to start from
 };
 
 // One fitted model. A fit that did not converge keeps its last iterate for diagnosis but
