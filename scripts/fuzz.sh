@@ -22,23 +22,33 @@ if [ ${#need[@]} -gt 0 ]; then
   $sudo_cmd apt-get update -qq && $sudo_cmd apt-get install -y -qq "${need[@]}"
 fi
 
+if [ "${FUZZ_NO_BUILD:-0}" != 1 ]; then
 CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DMEDANLYS_FUZZ=ON -DMEDANLYS_TESTS=OFF >/dev/null
 cmake --build build-fuzz --parallel "$(nproc)" \
   --target $(printf 'fuzz_%s ' "${targets[@]}")
+fi
 
 export ASAN_OPTIONS="detect_leaks=1:allocator_may_return_null=1"
 export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
 export OMP_NUM_THREADS=1
+found=0
 for t in "${targets[@]}"; do
   corpus="tests/fuzz/corpus/$t"
   work="build-fuzz/work/$t"
   findings="build-fuzz/findings/$t"
   mkdir -p "$corpus" "$work" "$findings"
   echo "== $t: ${seconds}s"
+  status=0
   build-fuzz/tests/fuzz/fuzz_"$t" "$work" "$corpus" -max_total_time="$seconds" \
     -timeout=30 -rss_limit_mb=4096 -max_len=8192 -close_fd_mask=3 \
-    -artifact_prefix="$findings/" -print_final_stats=1 2>&1 | tail -n 12
+    -artifact_prefix="$findings/" -print_final_stats=1 >"build-fuzz/$t.log" 2>&1 || status=$?
+  grep -E "^(Done|stat::|SUMMARY|==[0-9]+==ERROR)" "build-fuzz/$t.log" || true
+  if [ "$status" -ne 0 ]; then
+    echo "!! $t: finding (exit $status), see build-fuzz/$t.log and $findings/"
+    found=1
+  fi
   # Keep only the inputs that add coverage.
   build-fuzz/tests/fuzz/fuzz_"$t" -merge=1 "$corpus" "$work" -close_fd_mask=3 >/dev/null 2>&1
 done
+exit "$found"

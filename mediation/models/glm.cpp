@@ -441,7 +441,7 @@ GlmFit fitNegativeBinomialMle(const DesignMatrix& X, const Vector& y, const Vect
           std::max(change, std::fabs(beta[j] - previous[j]) / std::max(std::fabs(beta[j]), 1.0));
     }
     theta = thetaNext;
-    if (change < 1e-10) break;
+    if (change < 1e-9) break;  // relative; the alternation converges linearly
   }
   if (outer == options.maxIterations) {
     fit.message =
