@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <map>
 
 #include "stathost/data_readers.h"
@@ -13,6 +14,9 @@ namespace {
 struct ReadContext {
   Dataset* data = nullptr;
   long rowCount = -1;
+  // Rows a file of this size can hold (each row takes at least a bit of it): a header that
+  // claims more, or a value past it, is damage, not a reason to allocate without bound.
+  std::size_t maxRows = 0;
   std::map<int, std::string> labelSetOfColumn;
   std::map<std::string, std::vector<std::pair<double, std::string>>> numericSets;
   std::map<std::string, std::vector<std::pair<std::string, std::string>>> stringSets;
@@ -64,7 +68,9 @@ int onMetadata(readstat_metadata_t* metadata, void* ctx) {
 int onVariable(int index, readstat_variable_t* variable, const char* labelSet, void* ctx) {
   auto* c = static_cast<ReadContext*>(ctx);
   Column col;
-  col.name = readstat_variable_get_name(variable);
+  // A damaged file can leave a variable without a name; it is then named by position.
+  const char* name = readstat_variable_get_name(variable);
+  col.name = name && *name ? std::string(name) : "V" + std::to_string(index + 1);
   if (const char* label = readstat_variable_get_label(variable)) col.label = label;
   const bool numeric = readstat_variable_get_type_class(variable) == READSTAT_TYPE_CLASS_NUMERIC;
   col.type = numeric ? VarType::kNumeric : VarType::kString;
@@ -99,7 +105,7 @@ int onVariable(int index, readstat_variable_t* variable, const char* labelSet, v
       col.missing.strings.emplace_back(s);
     }
   }
-  if (c->rowCount > 0) {
+  if (c->rowCount > 0 && static_cast<std::size_t>(c->rowCount) <= c->maxRows) {
     if (numeric) {
       col.numbers.assign(static_cast<std::size_t>(c->rowCount), std::nan(""));
     } else {
@@ -119,6 +125,10 @@ int onValue(int obsIndex, readstat_variable_t* variable, readstat_value_t value,
   }
   Column& col = c->data->columns[static_cast<std::size_t>(index)];
   const auto row = static_cast<std::size_t>(obsIndex);
+  if (row >= c->maxRows) {
+    c->errors.emplace_back("more rows than the file can hold");
+    return READSTAT_HANDLER_ABORT;
+  }
   if (col.isNumeric()) {
     if (col.numbers.size() <= row) col.numbers.resize(row + 1, std::nan(""));
     const bool sysmis =
@@ -160,6 +170,9 @@ std::shared_ptr<Dataset> readStatFile(const std::string& path, const ReadOptions
   data->sourcePath = path;
   ReadContext ctx;
   ctx.data = data.get();
+  std::error_code sizeError;
+  const auto bytes = std::filesystem::file_size(path, sizeError);
+  ctx.maxRows = sizeError ? 0 : static_cast<std::size_t>(bytes) * 8 + 1024;
 
   readstat_parser_t* parser = readstat_parser_init();
   if (!parser) throw DataError("Cannot read data file '" + path + "': out of memory.");
