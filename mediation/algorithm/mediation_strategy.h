@@ -33,6 +33,10 @@ class StrategyBase : public MediationStrategy {
   // Reports a failure's user message (when it has one) through the message sink.
   void report(const class FitError& failure) const;
   void reportUnexpected(const std::string& detail) const;
+  // Runs `bootstrap` when the command asks for one; a failure inside it is logged and the
+  // delta-method results stand.
+  void bootstrapIfRequested(MediationCaseData& results,
+                            const std::function<void()>& bootstrap) const;
   // Runs an analysis body: a failure is reported, its detail added to `errors`, and the
   // status is 1; otherwise the body's status.
   int guarded(std::vector<std::string>& errors, const std::function<int()>& body) const;

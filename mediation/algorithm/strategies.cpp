@@ -2,6 +2,7 @@
 // until a strategy's analysis is in this build, its run reports that and fails.
 #include "algorithm/mediation_strategy.h"
 #include "models/fit_error.h"
+#include "syntax/mediation_settings.h"
 
 namespace medanlys {
 
@@ -24,6 +25,23 @@ void StrategyBase::report(const FitError& failure) const {
 // A failure without a message of its own still reaches the user, with its detail.
 void StrategyBase::reportUnexpected(const std::string& detail) const {
   messages_.GenericError("The analysis stopped: ^1.", detail);
+}
+
+void StrategyBase::bootstrapIfRequested(MediationCaseData& results,
+                                        const std::function<void()>& bootstrap) const {
+  if (!settings_.bootstrapGiven && settings_.ciType != CITYPE_BOOTSTRAP) {
+    results.log.push_back("Bootstrap inference skipped - using delta method only");
+    return;
+  }
+  results.flags[FLAG_BOOTSTRAP_REQUESTED] = true;
+  try {
+    bootstrap();
+  } catch (const std::exception& e) {
+    results.log.push_back(std::string("Bootstrap inference failed: ") + e.what());
+    results.log.push_back("Continuing with delta method results only");
+    results.bootstrap.clear();
+    results.flags[FLAG_BOOTSTRAP_SUCCEEDED] = false;
+  }
 }
 
 int StrategyBase::guarded(std::vector<std::string>& errors,

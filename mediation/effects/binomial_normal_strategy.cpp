@@ -163,21 +163,10 @@ int BinomialNormalStrategy::run(RoleMapping& input, MediationCaseData& results,
     results.flags[FLAG_RATIO_STATS_AVAILABLE] = std::isfinite(effects.PM);
     log.push_back(elapsed("Binary mediator effects computed in ", t));
 
-    if (settings_.bootstrapGiven || settings_.ciType == CITYPE_BOOTSTRAP) {
-      results.flags[FLAG_BOOTSTRAP_REQUESTED] = true;
-      const BootstrapCases cases =
-          bootstrapCases(exposure, mediator, outcome, weights, columns.covariates);
-      try {
-        bootstrap(cases, p, results);
-      } catch (const std::exception& e) {
-        log.push_back(std::string("Bootstrap inference failed: ") + e.what());
-        log.push_back("Continuing with delta method results only");
-        results.bootstrap.clear();
-        results.flags[FLAG_BOOTSTRAP_SUCCEEDED] = false;
-      }
-    } else {
-      log.push_back("Bootstrap inference skipped - using delta method only");
-    }
+    bootstrapIfRequested(results, [&]() {
+      bootstrap(bootstrapCases(exposure, mediator, outcome, weights, columns.covariates), p,
+                results);
+    });
     return 0;
   });
 }
@@ -242,15 +231,9 @@ void BinomialNormalStrategy::bootstrap(const BootstrapCases& cases,
   const EffectEstimates fullEffects = computeBinaryMediatorEffects(full, ref);
   const auto summaries = summarizeBootstrap(run.store, fullEffects, level, log);
   printBootstrapSummary(std::cout, summaries, run, nb, level);
-  for (const auto& [name, summary] : summaries)
-    results.bootstrap[name] = summaryStatistics(summary);
-  results.bootstrapReplicates = nb;
-  const bool usable = bootstrapUsable(results);
-  results.flags[FLAG_BOOTSTRAP_SUCCEEDED] = usable;
-  log.push_back(usable ? "Bootstrap results stored for table generation: " +
-                             std::to_string(results.bootstrap.size()) + " effects"
-                       : "Bootstrap completed but failed to produce valid results. Tables will not "
-                         "be displayed.");
+  std::vector<std::string> decomposition;
+  for (std::size_t k = 0; k < 10; ++k) decomposition.push_back(kEffectFields[k].name);
+  storeBootstrapSummaries(summaries, nb, decomposition, results);
 }
 
 }  // namespace medanlys

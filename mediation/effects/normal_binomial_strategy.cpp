@@ -192,8 +192,7 @@ int NormalBinomialStrategy::run(RoleMapping& input, MediationCaseData& results,
     results.flags[FLAG_RATIO_STATS_AVAILABLE] = std::isfinite(results.effects["PM"].estimate);
     log.push_back(elapsed("Mediation effects computed in", t));
 
-    if (settings_.bootstrapGiven || settings_.ciType == CITYPE_BOOTSTRAP) {
-      results.flags[FLAG_BOOTSTRAP_REQUESTED] = true;
+    bootstrapIfRequested(results, [&]() {
       RatioReplicateModel model;
       model.mediatorX = buildMediatorDesignMatrix(exposure, columns.covariates);
       model.mediator = mediator;
@@ -206,18 +205,9 @@ int NormalBinomialStrategy::run(RoleMapping& input, MediationCaseData& results,
       model.interaction = settings_.interaction;
       model.reference = ref;
       model.prefix = prefix;
-      try {
-        bootstrap(bootstrapCases(exposure, mediator, outcome, weights, columns.covariates), model,
-                  fullEffects, results);
-      } catch (const std::exception& e) {
-        log.push_back(std::string("Bootstrap inference failed: ") + e.what());
-        log.push_back("Continuing with delta method results only");
-        results.bootstrap.clear();
-        results.flags[FLAG_BOOTSTRAP_SUCCEEDED] = false;
-      }
-    } else {
-      log.push_back("Bootstrap inference skipped - using delta method only");
-    }
+      bootstrap(bootstrapCases(exposure, mediator, outcome, weights, columns.covariates), model,
+                fullEffects, results);
+    });
     return 0;
   });
 }
@@ -245,18 +235,10 @@ void NormalBinomialStrategy::bootstrap(const BootstrapCases& cases,
     messages_.GenericWarning(e.what());
     throw;
   }
-  for (const auto& [name, summary] : summarizeRatioBootstrap(run, full, level, log))
-    results.bootstrap[name] = summaryStatistics(summary);
-  results.bootstrapReplicates = nb;
-  const std::vector<std::string> decomposition = {model.prefix + "CDE", model.prefix + "NDE",
-                                                  model.prefix + "NIE", model.prefix + "TE",
-                                                  model.prefix + "PIE"};
-  const bool usable = bootstrapUsable(results, decomposition);
-  results.flags[FLAG_BOOTSTRAP_SUCCEEDED] = usable;
-  log.push_back(usable ? "Bootstrap results stored for table generation: " +
-                             std::to_string(results.bootstrap.size()) + " effects"
-                       : "Bootstrap completed but failed to produce valid results. Tables will not "
-                         "be displayed.");
+  storeBootstrapSummaries(summarizeRatioBootstrap(run, full, level, log), nb,
+                          {model.prefix + "CDE", model.prefix + "NDE", model.prefix + "NIE",
+                           model.prefix + "TE", model.prefix + "PIE"},
+                          results);
 }
 
 }  // namespace medanlys

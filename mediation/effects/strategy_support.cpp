@@ -85,6 +85,20 @@ bool bootstrapUsable(const MediationCaseData& results, const std::vector<std::st
   return true;
 }
 
+void storeBootstrapSummaries(const std::map<std::string, BootstrapSummary>& summaries,
+                             long replicates, const std::vector<std::string>& decomposition,
+                             MediationCaseData& results) {
+  for (const auto& [name, summary] : summaries)
+    results.bootstrap[name] = summaryStatistics(summary);
+  results.bootstrapReplicates = replicates;
+  const bool usable = bootstrapUsable(results, decomposition);
+  results.flags[FLAG_BOOTSTRAP_SUCCEEDED] = usable;
+  results.log.push_back(usable ? "Bootstrap results stored for table generation: " +
+                                     std::to_string(results.bootstrap.size()) + " effects"
+                               : "Bootstrap completed but failed to produce valid results. "
+                                 "Tables will not be displayed.");
+}
+
 bool bootstrapUsable(const MediationCaseData& results) {
   std::vector<std::string> names;
   for (std::size_t k = 0; k < 10; ++k) names.push_back(kEffectFields[k].name);

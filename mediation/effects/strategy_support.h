@@ -2,6 +2,7 @@
 // parameters from two coefficient vectors, the bootstrap's case arrays and its verdict.
 #pragma once
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -35,5 +36,11 @@ BootstrapCases bootstrapCases(const Vector& exposure, const Vector& mediator, co
 // named effects, or CDE .. PAI of the additive decomposition.
 bool bootstrapUsable(const MediationCaseData& results);
 bool bootstrapUsable(const MediationCaseData& results, const std::vector<std::string>& names);
+
+// Stores the summaries as the tables read them, with the number of replicates, sets the
+// succeeded flag by bootstrapUsable over `decomposition` and logs the outcome.
+void storeBootstrapSummaries(const std::map<std::string, BootstrapSummary>& summaries,
+                             long replicates, const std::vector<std::string>& decomposition,
+                             MediationCaseData& results);
 
 }  // namespace medanlys

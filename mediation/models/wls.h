@@ -54,7 +54,7 @@ void computeResiduals(const DesignMatrix& X, const Vector& beta, const Vector& y
 
 // sum w v / sum w; FitError("Internal error: Mediator data and weights length mismatch.",
 // "Length mismatch between mediator data and weights.") or ("Total weight is zero. Check
-// weight specification.", "Total weight is zero. Cannot compute weighted mean.").
+// weight ..." with the detail "Total weight is zero. Cannot compute weighted mean.").
 double weightedMean(const Vector& values, const Vector& w);
 
 struct RSquared {
