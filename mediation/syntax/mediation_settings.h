@@ -26,6 +26,9 @@ enum AnalysisType { CAUSAL = 0, TRADITIONAL = 1 };
 // until finalizeSettings picks MEAN for a continuous and VALUE(0) for a binary mediator.
 enum class MediatorLevelKind { kDefault, kMean, kMedian, kCustom };
 
+// Which bootstrap interval the bootstrap tables show (BOOTSTRAP CRITERIA(INTERVAL=...)).
+enum class BootstrapInterval { kPercentile, kBca, kNormal };
+
 // OUT_REFERENCE / MED_REFERENCE of a binary variable.
 enum class ReferenceKind { kFirst, kLast, kCustom };
 struct ReferenceSetting {
@@ -121,6 +124,8 @@ class MediationSettings {
   double singular = 1e-12;
   int maxStepHalving = 5;
   double ridgePenalty = 1e-6;
+  // TRANSFORM=AUTO (the skewness transformations and the mediator scaling) or NONE.
+  bool autoTransform = true;
 
   // BOOTSTRAP.
   bool bootstrapGiven = false;
@@ -129,6 +134,7 @@ class MediationSettings {
   int nSamples = 1000;
   bool seedGiven = false;
   int seed = 2000000;  // used when SEED is not given, so that runs repeat
+  BootstrapInterval bootstrapInterval = BootstrapInterval::kPercentile;
 
   // PRINT and PLOT.
   bool print[PRINT_SWITCH_COUNT] = {};
@@ -142,6 +148,10 @@ class MediationSettings {
   double totalWeightValid = 0.0;
   double prevalenceRead = NAN;
   double prevalenceValid = NAN;
+  // Scale weights: cases left out for a weight below 0.5, and kept cases whose weight was
+  // rounded to a whole count.
+  long casesDroppedForWeight = 0;
+  long weightsRounded = 0;
 
  private:
   bool readVariables();
