@@ -19,6 +19,13 @@ std::string fmt(double v) {
   return std::string(buffer, r.ptr);
 }
 
+// Six significant digits, for values quoted to the user.
+std::string readable(double v) {
+  char buffer[32];
+  std::snprintf(buffer, sizeof buffer, "%.6g", v);
+  return buffer;
+}
+
 [[noreturn]] void fail(const std::string& user, const std::string& detail) {
   throw FitError(user, detail);
 }
@@ -96,7 +103,8 @@ double quantile(Vector values, double p) {
   return values[lo] + (h - static_cast<double>(lo)) * (values[hi] - values[lo]);
 }
 
-ExposureLevels checkExtrapolation(const Vector& exposure, ExposureLevels levels, Log& log) {
+ExposureLevels checkExtrapolation(const Vector& exposure, ExposureLevels levels, Log& log,
+                                  std::string* reasonOut) {
   const auto [minIt, maxIt] = std::minmax_element(exposure.begin(), exposure.end());
   const double lo = *minIt, hi = *maxIt;
   const double q1 = quantile(exposure, 0.25), q3 = quantile(exposure, 0.75);
@@ -114,6 +122,12 @@ ExposureLevels checkExtrapolation(const Vector& exposure, ExposureLevels levels,
       wide ? "Large contrast |a_hat - a_star| = " + fmt(d) + " (> 3\u00d7IQR = " + fmt(3.0 * iqr) +
                  ")"
            : "Values outside observed range [" + fmt(lo) + ", " + fmt(hi) + "]";
+  if (reasonOut) {
+    *reasonOut = wide ? "their difference " + readable(d) + " exceeds 3 interquartile ranges, " +
+                            readable(3.0 * iqr)
+                      : "they are not within the observed range " + readable(lo) + " to " +
+                            readable(hi);
+  }
   log.push_back("Extrapolation detected (" + reason +
                 "). Automatically adjusted to safe values: a_star=" + fmt(q1) + ", a_hat=" +
                 fmt(q3) + " (original: " + fmt(levels.a_star) + "/" + fmt(levels.a_hat) +
@@ -437,6 +451,18 @@ void checkBootstrapParameters(int samples, double level, Log& log) {
   }
 }
 
+long minimumBootstrapReplicates(double level) {
+  const double alpha = 1.0 - (level / 100.0 + 1.0) * 0.5;
+  if (!(alpha > 0.0 && alpha < 0.5)) return -1;
+  for (long n = 1;; ++n) {
+    const double np1 = static_cast<double>(n) + 1.0;
+    if (std::floor(np1 * alpha) < static_cast<double>(n) &&
+        std::floor((1.0 - alpha) * np1) < static_cast<double>(n)) {
+      return n;
+    }
+  }
+}
+
 double skewness(const Vector& x, const Vector* weights) {
   if (x.empty()) fail("", "Cannot compute skewness: input vector is empty.");
   const bool weighted = weights != nullptr && !weights->empty();
@@ -449,10 +475,15 @@ double skewness(const Vector& x, const Vector* weights) {
   }
   if (sw == 0.0) fail("", "Total weight is zero.");
   mean /= sw;
+  // Moments of the deviations divided by the largest one: the skewness does not depend on
+  // the scale, and cubes of values near 1e120 would overflow on the original one.
+  double scale = 0.0;
+  for (double v : x) scale = std::max(scale, std::fabs(v - mean));
+  if (!(scale > 0.0) || !std::isfinite(scale)) return 0.0;
   double m2 = 0.0, m3 = 0.0;
   for (std::size_t i = 0; i < x.size(); ++i) {
     const double w = weighted ? (*weights)[i] : 1.0;
-    const double d = x[i] - mean;
+    const double d = (x[i] - mean) / scale;
     m2 += w * d * d;
     m3 += w * d * d * d;
   }
@@ -476,6 +507,8 @@ TransformationRecord transformBySkewness(Vector& x, const Vector* weights) {
   const double g = record.skewness;
   const double lo = *std::min_element(x.begin(), x.end());
   const double hi = *std::max_element(x.begin(), x.end());
+  record.minimum = lo;
+  record.maximum = hi;
   if (g >= -1.0 && g <= 1.0) {
     record.name = "none";
   } else if (g < -1.0) {

@@ -28,8 +28,10 @@ ExposureLevels exposureLevels(const Vector& exposure, bool blevelGiven, double b
 
 extern const char* const kZeroBaselineWarning;
 
-// Levels outside the data or a contrast wider than 3 IQR are replaced by Q1 and Q3 (logged).
-ExposureLevels checkExtrapolation(const Vector& exposure, ExposureLevels levels, Log& log);
+// Levels outside the data or a contrast wider than 3 IQR are replaced by Q1 and Q3 (logged);
+// `reason`, when given, receives why.
+ExposureLevels checkExtrapolation(const Vector& exposure, ExposureLevels levels, Log& log,
+                                  std::string* reason = nullptr);
 
 // Carries the levels to the model scale of a "sqrt" or "log" transformed exposure.
 ExposureLevels transformLevels(ExposureLevels levels, const std::string& transformation, Log& log);
@@ -79,12 +81,19 @@ void checkLogisticSampleSize(std::size_t n, std::size_t predictors, Log& log);
 void checkGlmSampleSize(std::size_t n, std::size_t predictors, bool interaction, Log& log);
 // NB >= 100 and 0 < level < 100.
 void checkBootstrapParameters(int samples, double level, Log& log);
+// The fewest replicate values whose percentile interval at `level` percent has both
+// positions inside the sorted values (40 at 95%).
+long minimumBootstrapReplicates(double level);
 
 // ---- transformations ---------------------------------------------------------------------
 
 struct TransformationRecord {
   std::string name = "none";
   double skewness = 0.0;
+  // The variable's range before the transformation: the reflection constant of
+  // "reflected_log" is the maximum, and levels are checked against the range as given.
+  double minimum = NAN;
+  double maximum = NAN;
 };
 using TransformationRecords = std::map<std::string, TransformationRecord>;
 

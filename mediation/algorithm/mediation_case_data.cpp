@@ -13,6 +13,7 @@ void MediationCaseData::clear() {
   outcomeFit = WlsFit();
   outcomeGlmFit = GlmFit();
   reference = ReferencePoint();
+  dataScaleLevels = ExposureLevels();
   mediatorScale = 1.0;
   outcomeEventValue = NAN;
   transformations.clear();

@@ -66,6 +66,10 @@ struct MediationCaseData {
   WlsFit outcomeFit;           // continuous outcome
   GlmFit outcomeGlmFit;        // binary or count outcome
   ReferencePoint reference;
+  // a* and a on the exposure's scale in the data (after any repair of extrapolated levels);
+  // `reference` holds them on the model scale, which differs when the exposure was
+  // transformed for its skewness.
+  ExposureLevels dataScaleLevels;
   double mediatorScale = 1.0;
   double outcomeEventValue = NAN;  // binary outcome: the data value coded 1 (the event)
   TransformationRecords transformations;

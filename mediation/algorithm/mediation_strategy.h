@@ -41,6 +41,21 @@ class StrategyBase : public MediationStrategy {
   // status is 1; otherwise the body's status.
   int guarded(std::vector<std::string>& errors, const std::function<int()>& body) const;
 
+  // Notices of what the analysis changed of the command or the data, as warnings that reach
+  // the report and standard error.
+  // A LINK that the model of its distribution does not use.
+  void warnIgnoredLinks() const;
+  // The skewness transformations of `roles` (TRANSFORM=AUTO), recorded in the results, with
+  // a warning that names each transformed variable.
+  void transformForSkewness(const std::vector<struct ScaleRole>& roles, const Vector* weights,
+                            MediationCaseData& results) const;
+  // A factor that c* holds at a level other than its most common one.
+  void warnFactorReference(const struct ModelColumns& columns, const Vector& cStar) const;
+  // Effects whose standard error is too small for z, p and limits to be formed.
+  void warnUncomputableInference(const MediationCaseData& results) const;
+  // A requested bootstrap that gave no usable limits, with the reason.
+  void warnUnusableBootstrap(long replicates, int level) const;
+
   const MediationSettings& settings_;
   stathost::ACAStopProcessor* stop_;
   stathost::ParserMessage messages_;

@@ -13,6 +13,7 @@ ModelColumns takeModelColumns(RoleMapping& input) {
     for (double level : coding.levels)
       m.labels.push_back(coding.variable + "=" + stathost::formatShortest(level));
   }
+  m.factorCodings = input.factorCodings;
   for (Vector& dummy : input.factors) {
     m.covariates.push_back(std::move(dummy));
     m.isFactor.push_back(true);

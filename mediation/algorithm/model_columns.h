@@ -13,6 +13,7 @@ struct ModelColumns {
   std::vector<Vector> covariates;   // in design order
   std::vector<bool> isFactor;       // one flag per column
   std::vector<std::string> labels;  // "F=2" for a dummy, the variable name for a covariate
+  std::vector<FactorCoding> factorCodings;  // the factors whose dummies lead the columns
 };
 
 // Moves the factor dummies and covariates out of the input, in design order.

@@ -1,5 +1,6 @@
 #include "data/analysis_limits.h"
 
+#include <algorithm>
 #include <cmath>
 #include <set>
 #include <string>
@@ -13,6 +14,7 @@ std::string count(std::size_t n) { return std::to_string(n); }
 
 bool valuesInRange(const std::string& variable, const Column& values,
                    const stathost::ParserMessage& messages) {
+  double largest = 0.0;
   for (double v : values) {
     if (std::fabs(v) > kLargestAnalysableValue) {
       messages.GenericError(
@@ -21,6 +23,14 @@ bool valuesInRange(const std::string& variable, const Column& values,
           variable);
       return false;
     }
+    largest = std::max(largest, std::fabs(v));
+  }
+  if (largest > 0.0 && largest < kSmallestAnalysableScale) {
+    messages.GenericError(
+        "Values of ^1 are too small to analyse (all below 1e-150 in magnitude). Rescale the "
+        "variable.",
+        variable);
+    return false;
   }
   return true;
 }

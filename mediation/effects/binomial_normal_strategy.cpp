@@ -11,6 +11,7 @@
 #include "algorithm/data_preparation.h"
 #include "algorithm/mediation_strategy.h"
 #include "algorithm/model_columns.h"
+#include "algorithm/model_scale.h"
 #include "effects/binary_bootstrap.h"
 #include "effects/binary_mediator_effects.h"
 #include "effects/strategy_support.h"
@@ -90,6 +91,7 @@ int BinomialNormalStrategy::run(RoleMapping& input, MediationCaseData& results,
                                 std::vector<std::string>& errors) {
   Log& log = results.log;
   return guarded(errors, [&]() {
+    warnIgnoredLinks();
     double t = omp_get_wtime();
     const bool weighted = !settings_.scaleWeightVar.empty();
     log.push_back(weightsLogLine(weighted));
@@ -106,27 +108,26 @@ int BinomialNormalStrategy::run(RoleMapping& input, MediationCaseData& results,
                        settings_.exposureLevelGiven, settings_.exposureLevel);
     if (levels.a_star == 0.0) messages_.GenericWarning(kZeroBaselineWarning);
 
-    // Skewness rule: exposure (when continuous), outcome and covariates.
-    const double exposureMax = *std::max_element(exposure.begin(), exposure.end());
-    results.transformations["Exposure"] =
-        std::set<double>(exposure.begin(), exposure.end()).size() > 2
-            ? transformBySkewness(exposure, skewWeights)
-            : TransformationRecord();
+    // Skewness rule: exposure (when continuous), outcome and covariates; the exposure
+    // levels follow the exposure to the model scale.
+    std::vector<ScaleRole> roles;
+    if (std::set<double>(exposure.begin(), exposure.end()).size() > 2)
+      roles.push_back({"Exposure", settings_.predictorVar, &exposure});
+    roles.push_back({"Outcome", settings_.outcomeVar, &outcome});
+    addCovariateRoles(columns, roles);
+    results.transformations["Exposure"] = TransformationRecord();
     results.transformations["Mediator"] = TransformationRecord();
-    results.transformations["Outcome"] = transformBySkewness(outcome, skewWeights);
-    for (std::size_t j = 0; j < columns.covariates.size(); ++j) {
-      if (!columns.isFactor[j]) {
-        results.transformations["Covariate_" + std::to_string(j)] =
-            transformBySkewness(columns.covariates[j], skewWeights);
-      }
-    }
+    transformForSkewness(roles, skewWeights, results);
     ReferencePoint& ref = results.reference;
-    const std::string exposureT = results.transformations["Exposure"].name;
-    ref.a_star = transformValue(levels.a_star, exposureT, exposureMax);
-    ref.a_hat = transformValue(levels.a_hat, exposureT, exposureMax);
+    results.dataScaleLevels = levels;
+    levels = levelsOnModelScale(levels, results.transformations["Exposure"],
+                                settings_.predictorVar, log);
+    ref.a_star = levels.a_star;
+    ref.a_hat = levels.a_hat;
     const bool isValue = settings_.mediatorLevelKind == MediatorLevelKind::kCustom;
     ref.m_star = mStarBinary(mediator, isValue, settings_.mediatorLevelValue);
     ref.c_star = computeCStar(columns.covariates, columns.isFactor, weights, log);
+    warnFactorReference(columns, ref.c_star);
     if (exposure.size() < columns.covariates.size() + 10) {
       throw FitError("Sample too small for regression (N < k + 10).",
                      "Sample too small for regression (N < k + 10).");
@@ -162,6 +163,7 @@ int BinomialNormalStrategy::run(RoleMapping& input, MediationCaseData& results,
                                            settings_.ciLevel);
     results.flags[FLAG_RATIO_STATS_AVAILABLE] = std::isfinite(effects.PM);
     log.push_back(elapsed("Binary mediator effects computed in ", t));
+    warnUncomputableInference(results);
 
     bootstrapIfRequested(results, [&]() {
       bootstrap(bootstrapCases(exposure, mediator, outcome, weights, columns.covariates), p,

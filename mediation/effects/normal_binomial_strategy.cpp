@@ -10,6 +10,7 @@
 #include "algorithm/data_preparation.h"
 #include "algorithm/mediation_strategy.h"
 #include "algorithm/model_columns.h"
+#include "algorithm/model_scale.h"
 #include "effects/binary_bootstrap.h"
 #include "effects/ratio_bootstrap.h"
 #include "effects/ratio_effects.h"
@@ -59,6 +60,7 @@ int NormalBinomialStrategy::run(RoleMapping& input, MediationCaseData& results,
       throw FitError(kInvalidCombination, kInvalidCombination);
     }
 
+    warnIgnoredLinks();
     double t = omp_get_wtime();
     const bool weighted = !settings_.scaleWeightVar.empty();
     log.push_back(weightsLogLine(weighted));
@@ -121,33 +123,40 @@ int NormalBinomialStrategy::run(RoleMapping& input, MediationCaseData& results,
         exposureLevels(exposure, settings_.baselineLevelGiven, settings_.baselineLevel,
                        settings_.exposureLevelGiven, settings_.exposureLevel);
     const bool continuousExposure = std::set<double>(exposure.begin(), exposure.end()).size() > 2;
-    if (continuousExposure) levels = checkExtrapolation(exposure, levels, log);
+    if (continuousExposure) {
+      std::string reason;
+      const ExposureLevels asked = levels;
+      levels = checkExtrapolation(exposure, levels, log, &reason);
+      const std::string repair = extrapolationNotice(asked, levels, reason, settings_.predictorVar);
+      if (!repair.empty()) messages_.GenericWarning("^1", repair);
+    }
     if (levels.a_star == 0.0) messages_.GenericWarning(kZeroBaselineWarning);
 
-    // Skewness rule: exposure (when continuous), mediator, covariates.
-    const double mediatorMax = *std::max_element(mediator.begin(), mediator.end());
-    results.transformations["Exposure"] =
-        continuousExposure ? transformBySkewness(exposure, skewWeights) : TransformationRecord();
-    results.transformations["Mediator"] = transformBySkewness(mediator, skewWeights);
+    // Skewness rule: exposure (when continuous), mediator, covariates; the reference
+    // values follow their variable to the model scale.
+    std::vector<ScaleRole> roles;
+    if (continuousExposure) roles.push_back({"Exposure", settings_.predictorVar, &exposure});
+    roles.push_back({"Mediator", settings_.mediatorVar, &mediator});
+    addCovariateRoles(columns, roles);
+    results.transformations["Exposure"] = TransformationRecord();
     results.transformations["Outcome"] = TransformationRecord();
-    for (std::size_t j = 0; j < columns.covariates.size(); ++j) {
-      if (!columns.isFactor[j]) {
-        results.transformations["Covariate_" + std::to_string(j)] =
-            transformBySkewness(columns.covariates[j], skewWeights);
-      }
-    }
-    levels = transformLevels(levels, results.transformations["Exposure"].name, log);
+    transformForSkewness(roles, skewWeights, results);
+    results.dataScaleLevels = levels;
+    levels = levelsOnModelScale(levels, results.transformations["Exposure"],
+                                settings_.predictorVar, log);
     ReferencePoint& ref = results.reference;
     ref.a_star = levels.a_star;
     ref.a_hat = levels.a_hat;
     const bool custom = settings_.mediatorLevelKind == MediatorLevelKind::kCustom;
     const double customValue =
-        custom ? transformValue(settings_.mediatorLevelValue,
-                                results.transformations["Mediator"].name, mediatorMax)
+        custom ? mediatorLevelOnModelScale(settings_.mediatorLevelValue,
+                                           results.transformations["Mediator"],
+                                           settings_.mediatorVar)
                : NAN;
     ref.m_star = mStarContinuous(mediator, weighted ? &weights : nullptr,
                                  mLevelKind(settings_.mediatorLevelKind), custom, customValue, log);
     ref.c_star = computeCStar(columns.covariates, columns.isFactor, weights, log);
+    warnFactorReference(columns, ref.c_star);
     log.push_back(elapsed("Data preprocessing completed in", t));
 
     // The two models.
@@ -191,6 +200,7 @@ int NormalBinomialStrategy::run(RoleMapping& input, MediationCaseData& results,
     results.effects = ratioEffectInference(fullEffects, sigma, settings_.ciLevel);
     results.flags[FLAG_RATIO_STATS_AVAILABLE] = std::isfinite(results.effects["PM"].estimate);
     log.push_back(elapsed("Mediation effects computed in", t));
+    warnUncomputableInference(results);
 
     bootstrapIfRequested(results, [&]() {
       RatioReplicateModel model;

@@ -10,6 +10,7 @@
 #include "algorithm/data_preparation.h"
 #include "algorithm/mediation_strategy.h"
 #include "algorithm/model_columns.h"
+#include "algorithm/model_scale.h"
 #include "effects/bootstrap.h"
 #include "effects/continuous_effects.h"
 #include "effects/strategy_support.h"
@@ -50,6 +51,7 @@ int NormalNormalStrategy::run(RoleMapping& input, MediationCaseData& results,
     results.covariateLabels = columns.labels;
     checkColumnSizes(exposure, mediator, outcome, weights, columns);
 
+    warnIgnoredLinks();
     // Reference exposure levels on the original scale.
     ExposureLevels levels =
         exposureLevels(exposure, settings_.baselineLevelGiven, settings_.baselineLevel,
@@ -57,38 +59,40 @@ int NormalNormalStrategy::run(RoleMapping& input, MediationCaseData& results,
     if (levels.a_star == 0.0) messages_.GenericWarning(kZeroBaselineWarning);
 
     // Skewness-driven transformations; the reference values follow their variable.
-    const double exposureMax = *std::max_element(exposure.begin(), exposure.end());
-    const double mediatorMax = *std::max_element(mediator.begin(), mediator.end());
-    if (distinctCount(exposure) > 2) {
-      results.transformations["Exposure"] = transformBySkewness(exposure, skewWeights);
-    } else {
-      results.transformations["Exposure"] = TransformationRecord();
-    }
-    results.transformations["Mediator"] = transformBySkewness(mediator, skewWeights);
-    results.transformations["Outcome"] = transformBySkewness(outcome, skewWeights);
-    for (std::size_t j = 0; j < covariates.size(); ++j) {
-      if (!isFactor[j]) {
-        results.transformations["Covariate_" + std::to_string(j)] =
-            transformBySkewness(covariates[j], skewWeights);
-      }
-    }
-    const std::string exposureT = results.transformations["Exposure"].name;
+    const auto [mediatorMin, mediatorMax] = std::minmax_element(mediator.begin(), mediator.end());
+    const Vector mediatorRange{*mediatorMin, *mediatorMax};  // as the user gave it
+    const bool continuousExposure = distinctCount(exposure) > 2;
+    std::vector<ScaleRole> roles;
+    if (continuousExposure) roles.push_back({"Exposure", settings_.predictorVar, &exposure});
+    roles.push_back({"Mediator", settings_.mediatorVar, &mediator});
+    roles.push_back({"Outcome", settings_.outcomeVar, &outcome});
+    addCovariateRoles(columns, roles);
+    results.transformations["Exposure"] = TransformationRecord();
+    transformForSkewness(roles, skewWeights, results);
     ReferencePoint& ref = results.reference;
-    ref.a_star = transformValue(levels.a_star, exposureT, exposureMax);
-    ref.a_hat = transformValue(levels.a_hat, exposureT, exposureMax);
+    results.dataScaleLevels = levels;
+    levels = levelsOnModelScale(levels, results.transformations["Exposure"],
+                                settings_.predictorVar, log);
+    ref.a_star = levels.a_star;
+    ref.a_hat = levels.a_hat;
 
-    // Mediator level, scaling and covariate reference values.
+    // Mediator level, scaling and covariate reference values. A custom level is checked
+    // against the mediator's range as the user gave it, then carried to the model scale.
     const bool custom = settings_.mediatorLevelKind == MediatorLevelKind::kCustom;
-    const std::string mediatorT = results.transformations["Mediator"].name;
+    const TransformationRecord& mediatorT = results.transformations["Mediator"];
+    if (custom) checkMStarInRange(mediatorRange, settings_.mediatorLevelValue);
     const double customValue =
-        custom ? transformValue(settings_.mediatorLevelValue, mediatorT, mediatorMax) : NAN;
-    if (custom) checkMStarInRange(mediator, customValue);
-    const MediatorScaling scaling = scaleMediator(mediator, custom, customValue, log);
+        custom ? mediatorLevelOnModelScale(settings_.mediatorLevelValue, mediatorT,
+                                           settings_.mediatorVar)
+               : NAN;
+    MediatorScaling scaling;
+    if (settings_.autoTransform) scaling = scaleMediator(mediator, custom, customValue, log);
     results.mediatorScale = scaling.factor;
     ref.m_star = mStarContinuous(
         mediator, weighted ? &weights : nullptr, mLevelKind(settings_.mediatorLevelKind), custom,
         custom && scaling.factor != 1.0 ? scaling.customMStar : customValue, log);
     ref.c_star = computeCStar(covariates, isFactor, weights, log);
+    warnFactorReference(columns, ref.c_star);
     log.push_back(elapsed("Data preprocessing completed in", t));
 
     // 2-4. The two models.
@@ -132,6 +136,7 @@ int NormalNormalStrategy::run(RoleMapping& input, MediationCaseData& results,
     }
     log.push_back(elapsed("Delta method inference completed in", t));
     results.flags[FLAG_RATIO_STATS_AVAILABLE] = std::isfinite(effects.PM);
+    warnUncomputableInference(results);
 
     // 8. Bootstrap.
     if (settings_.bootstrapGiven || settings_.ciType == CITYPE_BOOTSTRAP) {
@@ -169,6 +174,7 @@ int NormalNormalStrategy::run(RoleMapping& input, MediationCaseData& results,
           log.push_back(
               "Bootstrap completed but failed to produce valid results. Tables will not be "
               "displayed.");
+          warnUnusableBootstrap(store.completed - store.failures, level);
         }
       } catch (const std::exception& e) {
         log.push_back(

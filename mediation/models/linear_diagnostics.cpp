@@ -1,5 +1,6 @@
 #include "models/linear_diagnostics.h"
 
+#include <algorithm>
 #include <boost/math/distributions/chi_squared.hpp>
 #include <cmath>
 #include <limits>
@@ -23,11 +24,17 @@ double jarqueBeraPValue(const std::vector<double>& e, const std::vector<double>&
     sw += w[i];
     mean += w[i] * e[i];
   }
-  if (sw <= 0.0) return std::nan("");
+  if (!(sw > 0.0) || !std::isfinite(mean)) return std::nan("");
   mean /= sw;
+  // The moments of the residuals divided by their largest deviation: skewness and
+  // kurtosis do not depend on the scale, and fourth powers of residuals near 1e80 would
+  // overflow (or of residuals near 1e-80 underflow) on the original one.
+  double scale = 0.0;
+  for (double v : e) scale = std::max(scale, std::fabs(v - mean));
+  if (!(scale > 0.0) || !std::isfinite(scale)) return std::nan("");
   double m2 = 0.0, m3 = 0.0, m4 = 0.0;
   for (std::size_t i = 0; i < e.size(); ++i) {
-    const double d = e[i] - mean;
+    const double d = (e[i] - mean) / scale;
     m2 += w[i] * d * d;
     m3 += w[i] * d * d * d;
     m4 += w[i] * d * d * d * d;
@@ -39,6 +46,7 @@ double jarqueBeraPValue(const std::vector<double>& e, const std::vector<double>&
   const double skewness = m3 / std::pow(m2, 1.5);
   const double kurtosis = m4 / (m2 * m2);
   const double jb = sw / 6.0 * (skewness * skewness + (kurtosis - 3.0) * (kurtosis - 3.0) / 4.0);
+  if (!std::isfinite(jb) || jb < 0.0) return std::nan("");
   return boost::math::cdf(boost::math::complement(boost::math::chi_squared(2.0), jb));
 }
 
