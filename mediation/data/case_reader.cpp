@@ -74,14 +74,23 @@ void cleanCases(VariableRoleMapper& mapper, const stathost::ParserMessage& messa
   for (const auto& [role, columns] : lists) {
     for (const Column& column : columns) markMissing(column);
   }
+  mapper.casesDroppedForWeight = 0;
+  mapper.weightsRounded = 0;
+  mapper.weightChangeByRounding = 0.0;
   auto weights = single.find("MEDMODEL_SCALEWEIGHT");
   if (weights != single.end()) {
     for (std::size_t i = 0; i < weights->second.size(); ++i) {
       double& w = weights->second[i];
       if (w == stathost::kMissingValue || w < 0.5) {
         valid[i] = false;
+        ++mapper.casesDroppedForWeight;
       } else {
-        w = std::round(w);  // halves away from zero
+        const double rounded = std::round(w);  // halves away from zero
+        if (rounded != w && valid[i]) {
+          ++mapper.weightsRounded;
+          mapper.weightChangeByRounding += rounded - w;
+        }
+        w = rounded;
       }
     }
   }

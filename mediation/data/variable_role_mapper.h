@@ -57,6 +57,11 @@ class VariableRoleMapper {
   // driver copies them into the strategy input unchanged.
   long casesRead = 0;
   long casesValid = 0;
+  // Scale weights: cases whose weight is missing or below 0.5 (left out whatever their
+  // other values), and kept cases whose weight the cleaning rounded to a whole count.
+  long casesDroppedForWeight = 0;
+  long weightsRounded = 0;
+  double weightChangeByRounding = 0.0;  // sum over those cases of (rounded - as read)
 
   // Writes the whole content, for diagnosis.
   void dump(std::ostream& out) const;

@@ -123,6 +123,9 @@ int CommandDescriptionBuilder::declareCriteria() {
   sub.addParamDesc(boundedBelow("SINGULAR", kBoundOnTolerance));
   sub.addParamDesc(boundedBelow("MAXSTEPHALVING", kBoundOnCount));
   sub.addParamDesc(boundedBelow("RIDGEPENALTY", kBoundOnCount));
+  // TRANSFORM=AUTO|NONE: whether skewed variables are transformed and the mediator is
+  // rescaled before fitting. An addition of this program; AUTO keeps the usual analysis.
+  sub.addParamDesc(keywordList("TRANSFORM", {"AUTO", "NONE"}));
   command_.addSubComDesc(sub);
   return 0;
 }
@@ -173,6 +176,11 @@ int CommandDescriptionBuilder::declareBootstrap() {
   ParamDescriptor seed = param("SEED", 7, false, true);
   seed.setLowerBoundary(0.0, kBoundOnCount);
   criteria.addQualifDesc(seed);
+  // INTERVAL=PERCENTILE|BCA|NORMAL: which bootstrap interval the tables show. An addition
+  // of this program; PERCENTILE keeps the usual tables.
+  ParamDescriptor interval = param("INTERVAL", 3, false, true);
+  for (const char* v : {"PERCENTILE", "BCA", "NORMAL"}) interval.addStringValue(v);
+  criteria.addQualifDesc(interval);
   sub.addParamDesc(criteria);
   command_.addSubComDesc(sub);
   return 0;

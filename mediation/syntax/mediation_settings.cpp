@@ -80,6 +80,18 @@ namespace {
 
 std::string upperValue(const ParamObj& p) { return p.getUpperValueText(); }
 
+// A confidence level is read as a whole percent; it must lie strictly between 0 and 100,
+// or no interval can be computed. The wording is the parser's own for a value out of
+// range. `where` is the subcommand (and parameter) that carries CILEVEL.
+bool confidenceLevelInRange(const ParamObj& level, const std::string& where,
+                            const stathost::ParserMessage& messages) {
+  const int percent = level.getIntegerValue();
+  if (percent >= 1 && percent <= 99) return true;
+  messages.GenericError("^1 CILEVEL = ^2 is out of range: the value must be from 1 to 99.", where,
+                        level.getValueText());
+  return false;
+}
+
 }  // namespace
 
 bool MediationSettings::readMediatorModel() {
@@ -130,6 +142,11 @@ bool MediationSettings::readMediatorModel() {
       return false;
     }
     weight = variable->getName();
+    for (const auto& [name, role] : assignedRoles()) {
+      if (variableKey(name) == variableKey(weight)) {
+        return refuseSecondRole(weight, role, "the scale weight");
+      }
+    }
   }
   mediatorDistribution = dist;
   mediatorLink = link;
@@ -165,6 +182,15 @@ bool MediationSettings::readOutcomeModel() {
         dispersion = 0.0;
       } else if (k->isNumeric()) {
         dispersion = k->getNumberValue();
+        // 0.0 stands for "estimate k"; a fixed k of 0 is the Poisson model, not a request
+        // to estimate, so it is refused rather than read as NEGBIN(MLE).
+        if (dispersion == 0.0) {
+          messages_.GenericError(
+              "NEGBIN(^1) is not a negative binomial model: a dispersion k of 0 is the Poisson "
+              "model (use DISTRIBUTION=POISSON). Give a k above 0, or NEGBIN(MLE) to estimate k.",
+              k->getValueText());
+          return false;
+        }
       } else {
         messages_.GenericError("^1 ^2 = ^3 has an invalid value assignment.", "OUTMODEL",
                                "DISTRIBUTION", k->getValueText());
@@ -217,13 +243,17 @@ bool MediationSettings::readCriteria() {
   CiType newCiType;
   if (citype == "BOOTSTRAP") {
     newCiType = CITYPE_BOOTSTRAP;
-    if (level) newCiLevel = level->getIntegerValue();
+    if (level) {
+      if (!confidenceLevelInRange(*level, "CRITERIA", messages_)) return false;
+      newCiLevel = level->getIntegerValue();
+    }
   } else if (citype == "DELTA") {
     newCiType = CITYPE_DELTA;
     if (!level) {
       messages_.GenericError("Subcommand ^2: ^1 is required.", "CILEVEL", "CRITERIA");
       return false;
     }
+    if (!confidenceLevelInRange(*level, "CRITERIA", messages_)) return false;
     newCiLevel = level->getIntegerValue();
   } else {
     messages_.GenericError("^1 ^2 = ^3 has an invalid value assignment.", "CRITERIA", "CITYPE",
@@ -252,14 +282,31 @@ bool MediationSettings::readCriteria() {
                            "ANALYSISTYPE", sub->getParam("ANALYSISTYPE")->getValueText());
     return false;
   }
+  bool newAutoTransform = true;
+  if (const ParamObj* transform = sub->getParam("TRANSFORM")) {
+    const std::string value = upperValue(*transform);
+    if (value == "NONE") {
+      newAutoTransform = false;
+    } else if (value != "AUTO") {
+      messages_.GenericError("^1 ^2 = ^3 has an invalid value assignment.", "CRITERIA", "TRANSFORM",
+                             transform->getValueText());
+      return false;
+    }
+  }
+  // The two counts are whole numbers, read as the host reads integers (rounded to the
+  // nearest), so MAXITERATIONS=9.6 is 10; the tolerances are read as numbers.
+  auto integer = [&](const char* name, int fallback) {
+    const ParamObj* p = sub->getParam(name);
+    return p ? p->getIntegerValue() : fallback;
+  };
   auto number = [&](const char* name, double fallback) {
     const ParamObj* p = sub->getParam(name);
     return p ? p->getNumberValue() : fallback;
   };
-  const double iterations = number("MAXITERATIONS", 100);
+  const int iterations = integer("MAXITERATIONS", 100);
   const double converge = number("PCONVERGE", 1e-6);
   const double singularity = number("SINGULAR", 1e-12);
-  const double halving = number("MAXSTEPHALVING", 5);
+  const int halving = integer("MAXSTEPHALVING", 5);
   const double ridge = number("RIDGEPENALTY", 1e-6);
   const bool valid = iterations >= 10 && iterations <= 1000 && converge >= 1e-8 &&
                      converge <= 0.001 && singularity >= 1e-14 && singularity <= 1e-6 &&
@@ -274,11 +321,12 @@ bool MediationSettings::readCriteria() {
   ciType = newCiType;
   covb = newCovb;
   analysisType = newType;
-  maxIterations = static_cast<int>(std::lround(iterations));
+  maxIterations = iterations;
   pConverge = converge;
   singular = singularity;
-  maxStepHalving = static_cast<int>(std::lround(halving));
+  maxStepHalving = halving;
   ridgePenalty = ridge;
+  autoTransform = newAutoTransform;
   return true;
 }
 
@@ -321,27 +369,58 @@ bool MediationSettings::readBootstrap() {
     bootstrapGiven = false;
     return true;
   }
-  bootstrapGiven = true;
   const ParamObj* criteria = sub->getParam("CRITERIA");
   const ParamObj* level = criteria ? criteria->getQualifier("CILEVEL") : nullptr;
   if (!level) {
     messages_.GenericError("Subcommand ^2: ^1 is required.", "CILEVEL", "BOOTSTRAP");
     return false;
   }
-  bootstrapCiLevel = level->getIntegerValue();
-  if (const ParamObj* n = criteria->getQualifier("NSAMPLES")) {
-    nSamplesGiven = true;
-    nSamples = n->getIntegerValue();
-    if (nSamples > kMaxBootstrapSamples) {
+  if (!confidenceLevelInRange(*level, "BOOTSTRAP CRITERIA", messages_)) return false;
+  const int newCiLevel = level->getIntegerValue();
+  int newSamples = nSamples;
+  const ParamObj* n = criteria->getQualifier("NSAMPLES");
+  if (n) {
+    // The keyword value "1000" declared for NSAMPLES arrives as text, not as a number.
+    const double samples = n->isNumeric() ? n->getNumberValue() : 1000.0;
+    // A count of replicates: a fraction is refused rather than rounded, so that the
+    // number of replicates run is the number written.
+    if (!(samples >= 1.0) || samples != std::floor(samples)) {
+      messages_.GenericError(
+          "Bootstrap samples (NSAMPLES) must be a positive whole number; ^1 was given.",
+          n->getValueText());
+      return false;
+    }
+    if (samples > kMaxBootstrapSamples) {
       messages_.GenericError("Bootstrap samples (NSAMPLES) must be at most ^1.",
                              std::to_string(kMaxBootstrapSamples));
       return false;
     }
+    newSamples = static_cast<int>(samples);
+  }
+  BootstrapInterval interval = BootstrapInterval::kPercentile;
+  if (const ParamObj* shown = criteria->getQualifier("INTERVAL")) {
+    const std::string value = upperValue(*shown);
+    if (value == "BCA") {
+      interval = BootstrapInterval::kBca;
+    } else if (value == "NORMAL") {
+      interval = BootstrapInterval::kNormal;
+    } else if (value != "PERCENTILE") {
+      messages_.GenericError("^1 ^2 = ^3 has an invalid value assignment.", "BOOTSTRAP", "INTERVAL",
+                             shown->getValueText());
+      return false;
+    }
+  }
+  bootstrapGiven = true;
+  bootstrapCiLevel = newCiLevel;
+  if (n) {
+    nSamplesGiven = true;
+    nSamples = newSamples;
   }
   if (const ParamObj* s = criteria->getQualifier("SEED")) {
     seedGiven = true;
     seed = s->getIntegerValue();
   }
+  bootstrapInterval = interval;
   return true;
 }
 
@@ -426,17 +505,20 @@ void MediationSettings::registerRoles() {
   roleMapper_.setAllIndices(all);
 }
 
-// Totals for the case processing summary. Before cleaning, missing values count as
-// nothing; the event of a binary outcome is its larger value (the smaller one with
-// OUT_REFERENCE=LAST or a reference equal to the larger value).
+// Totals for the case processing summary. Before cleaning the total weight is the sum of
+// the weights as read over every case read, a missing or negative weight counting as 0
+// (it carries no cases); after cleaning it is the sum of the rounded weights of the kept
+// cases, the weights the analysis uses. The event of a binary outcome is its larger value
+// (the smaller one with OUT_REFERENCE=LAST or a reference equal to the larger value).
 void MediationSettings::summariseCases(bool cleaned) {
   const Column& outcome = roleMapper_.roleData("OUTCOMEVAR");
   const bool weighted = roleMapper_.hasRoleData("MEDMODEL_SCALEWEIGHT");
-  double total = 0.0;
-  for (std::size_t i = 0; i < outcome.size(); ++i) {
+  auto weightOf = [&](std::size_t i) {
     const double w = weighted ? roleMapper_.roleData("MEDMODEL_SCALEWEIGHT")[i] : 1.0;
-    if (w != stathost::kMissingValue) total += w;
-  }
+    return w == stathost::kMissingValue || w < 0.0 ? 0.0 : w;
+  };
+  double total = 0.0;
+  for (std::size_t i = 0; i < outcome.size(); ++i) total += weightOf(i);
   (cleaned ? totalWeightValid : totalWeightRead) = total;
   if (outcomeDistribution != BINOMIAL) return;
   double lo = INFINITY, hi = -INFINITY;
@@ -455,8 +537,7 @@ void MediationSettings::summariseCases(bool cleaned) {
   double events = 0.0, known = 0.0;
   for (std::size_t i = 0; i < outcome.size(); ++i) {
     if (outcome[i] == stathost::kMissingValue) continue;
-    const double w = weighted ? roleMapper_.roleData("MEDMODEL_SCALEWEIGHT")[i] : 1.0;
-    if (w == stathost::kMissingValue) continue;
+    const double w = weightOf(i);
     known += w;
     if (outcome[i] == event) events += w;
   }
@@ -472,6 +553,9 @@ bool MediationSettings::finalizeSettings() {
   summariseCases(true);
   casesRead = roleMapper_.casesRead;
   casesValid = roleMapper_.casesValid;
+  casesDroppedForWeight = roleMapper_.casesDroppedForWeight;
+  weightsRounded = roleMapper_.weightsRounded;
+  weightChangeByRounding = roleMapper_.weightChangeByRounding;
   if (!checkAnalysisLimits(roleMapper_, messages_)) return false;
   return checkOutcomeValues();
 }

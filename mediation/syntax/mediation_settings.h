@@ -5,6 +5,7 @@
 #include <cmath>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "data/variable_role_mapper.h"
@@ -148,10 +149,15 @@ class MediationSettings {
   double totalWeightValid = 0.0;
   double prevalenceRead = NAN;
   double prevalenceValid = NAN;
-  // Scale weights: cases left out for a weight below 0.5, and kept cases whose weight was
-  // rounded to a whole count.
+  // Scale weights: cases left out for a weight that is missing or below 0.5, and kept cases
+  // whose weight was rounded to a whole count, with the total weight the rounding added
+  // (negative when it took weight away). totalWeightRead counts a missing or negative
+  // weight as 0, so that
+  //   totalWeightValid = totalWeightRead - (weights as read of the cases left out)
+  //                      + weightChangeByRounding.
   long casesDroppedForWeight = 0;
   long weightsRounded = 0;
+  double weightChangeByRounding = 0.0;
 
  private:
   bool readVariables();
@@ -161,6 +167,12 @@ class MediationSettings {
   bool readPrint();
   bool readPlot();
   bool readBootstrap();
+  bool checkOneRolePerVariable();
+  // The variables named so far with their roles ("the outcome", "a covariate", ...).
+  std::vector<std::pair<std::string, const char*>> assignedRoles() const;
+  bool refuseSecondRole(const std::string& name, const char* firstRole, const char* secondRole);
+  std::string variableKey(const std::string& name) const;
+  std::string variableLabel(const std::string& name) const;
   bool checkCombination();
   bool checkOutcomeValues();
   void registerRoles();

@@ -3,6 +3,7 @@
 //   PREDICTORVAR=a(BLEVEL=n ELEVEL=n INTERACTION=TRUE|FALSE)
 //   [OUT_REFERENCE=FIRST|LAST|v] [MED_REFERENCE=FIRST|LAST|v] [BY f1 f2 ...] [WITH c1 c2 ...]
 #include <set>
+#include <utility>
 
 #include "syntax/mediation_settings.h"
 
@@ -27,6 +28,10 @@ struct Qualifier {
   std::vector<TokenInfoObj> value;  // empty when no value was given
 };
 
+// The qualifiers that a role's variable may carry. A value never runs into one of them,
+// so that "BLEVEL=0 ELEVEL" reads as BLEVEL 0 and an ELEVEL without a value.
+const std::set<std::string> kQualifierNames = {"BLEVEL", "ELEVEL", "INTERACTION", "MLEVEL"};
+
 // Reads "( Q1=v Q2=V(x) ... )" starting at the "(" at position i; leaves i after ")".
 std::vector<Qualifier> readQualifiers(const std::vector<TokenInfoObj>& t, std::size_t& i) {
   std::vector<Qualifier> out;
@@ -38,15 +43,17 @@ std::vector<Qualifier> readQualifiers(const std::vector<TokenInfoObj>& t, std::s
     if (i < t.size() && t[i].is(TokenType::kEquals)) {
       ++i;
       int depth = 0;
-      // The value runs to the next qualifier name at depth 0, or to ")".
+      // The value runs to ")" or, at depth 0, to the next qualifier: a known qualifier
+      // name, or any name followed by "=".
       while (i < t.size()) {
         if (t[i].is(TokenType::kLeftParen)) ++depth;
         if (t[i].is(TokenType::kRightParen)) {
           if (depth == 0) break;
           --depth;
         }
-        if (depth == 0 && !q.value.empty() && t[i].is(TokenType::kIdentifier) && i + 1 < t.size() &&
-            t[i + 1].is(TokenType::kEquals)) {
+        if (depth == 0 && t[i].is(TokenType::kIdentifier) &&
+            (kQualifierNames.count(t[i].getUpperText()) != 0 ||
+             (i + 1 < t.size() && t[i + 1].is(TokenType::kEquals)))) {
           break;
         }
         q.value.push_back(t[i]);
@@ -59,13 +66,68 @@ std::vector<Qualifier> readQualifiers(const std::vector<TokenInfoObj>& t, std::s
   return out;
 }
 
+// What the user wrote, with its blanks, for messages that quote it.
 std::string joinText(const std::vector<TokenInfoObj>& tokens) {
-  std::string s;
-  for (const auto& t : tokens) s += t.getText();
-  return s;
+  return stathost::joinAsWritten(tokens);
 }
 
 }  // namespace
+
+std::string MediationSettings::variableKey(const std::string& name) const {
+  const int index = source_.findVariable(name);
+  return index >= 0 ? "#" + std::to_string(index) : stathost::toUpperAscii(name);
+}
+
+std::string MediationSettings::variableLabel(const std::string& name) const {
+  const STAX_Variable* variable = source_.getVariable(source_.findVariable(name));
+  return variable ? variable->getName() : name;
+}
+
+std::vector<std::pair<std::string, const char*>> MediationSettings::assignedRoles() const {
+  std::vector<std::pair<std::string, const char*>> roles;
+  if (!outcomeVar.empty()) roles.emplace_back(outcomeVar, "the outcome");
+  if (!mediatorVar.empty()) roles.emplace_back(mediatorVar, "the mediator");
+  if (!predictorVar.empty()) roles.emplace_back(predictorVar, "the exposure");
+  for (const std::string& name : factors) roles.emplace_back(name, "a factor");
+  for (const std::string& name : covariates) roles.emplace_back(name, "a covariate");
+  return roles;
+}
+
+bool MediationSettings::refuseSecondRole(const std::string& name, const char* firstRole,
+                                         const char* secondRole) {
+  messages_.GenericError(
+      "Variable ^1 is used both as ^2 and as ^3. Each variable may have one role.",
+      variableLabel(name), firstRole, secondRole);
+  return false;
+}
+
+// Each variable may have one role: a variable that is both outcome and mediator, or an
+// exposure repeated as a covariate, would give a model that explains a variable by itself.
+// Names are matched as the data set matches them (ignoring case).
+bool MediationSettings::checkOneRolePerVariable() {
+  for (const auto& [list, keyword] :
+       {std::make_pair(&factors, "BY"), std::make_pair(&covariates, "WITH")}) {
+    for (std::size_t k = 0; k < list->size(); ++k) {
+      for (std::size_t j = 0; j < k; ++j) {
+        if (variableKey((*list)[j]) == variableKey((*list)[k])) {
+          messages_.GenericError(
+              "Variable ^1 is listed more than once under ^2. List each variable once.",
+              variableLabel((*list)[k]), keyword);
+          return false;
+        }
+      }
+    }
+  }
+  const auto roles = assignedRoles();
+  for (std::size_t k = 0; k < roles.size(); ++k) {
+    for (std::size_t j = 0; j < k; ++j) {
+      if (variableKey(roles[j].first) == variableKey(roles[k].first)) {
+        return refuseSecondRole(roles[k].first, roles[j].second, roles[k].second);
+      }
+    }
+  }
+  return true;
+}
 
 bool MediationSettings::readVariables() {
   const stathost::SubComObj* unnamed = parsed_.getSubCom("");
@@ -79,7 +141,7 @@ bool MediationSettings::readVariables() {
     const TokenInfoObj& keyword = t[i];
     const std::string key = keyword.getUpperText();
     if (!isRoleKeyword(keyword)) {
-      messages_.GenericError("Unrecognized keyword ^1 in the variable list.", keyword.getText());
+      messages_.GenericError("Unrecognized keyword ^1 in the variable list.", keyword.written());
       return false;
     }
     ++i;
@@ -151,6 +213,8 @@ bool MediationSettings::readVariables() {
     return false;
   }
 
+  if (!checkOneRolePerVariable()) return false;
+
   // Every variable must exist; types and levels by role.
   auto lookup = [&](const std::string& name, const std::string& role) -> const STAX_Variable* {
     const int index = source_.findVariable(name);
@@ -219,6 +283,10 @@ bool MediationSettings::readVariables() {
       (baseline ? baselineLevel : exposureLevel) = v;
       (baseline ? baselineLevelGiven : exposureLevelGiven) = true;
     } else if (q.name == "INTERACTION") {
+      if (q.value.empty()) {
+        messages_.GenericError("Interaction (INTERACTION) requires a value: TRUE or FALSE.");
+        return false;
+      }
       const std::string value = stathost::toUpperAscii(joinText(q.value));
       if (value != "TRUE" && value != "FALSE") {
         messages_.GenericError(
@@ -259,7 +327,7 @@ bool MediationSettings::readVariables() {
       if (!mediator->parseValue(q.value[2].getText(), v)) {
         messages_.GenericError(
             "Variable ^1 specified for ^3 has value ^2 of invalid type or format.",
-            mediator->getName(), q.value[2].getText(), "MEDIATORVAR");
+            mediator->getName(), q.value[2].written(), "MEDIATORVAR");
         return false;
       }
       mediatorLevelKind = MediatorLevelKind::kCustom;
@@ -287,7 +355,7 @@ bool MediationSettings::readVariables() {
       double v = 0.0;
       if (!variable->parseValue(text, v)) {
         messages_.GenericError("^3 variable ^1 has value ^2 of invalid type or format.",
-                               variable->getName(), text, roleLabel);
+                               variable->getName(), tokens.front().written(), roleLabel);
         return false;
       }
       out.kind = ReferenceKind::kCustom;

@@ -82,6 +82,11 @@ TEST(CaseReading, ListwiseDeletionAndWeightRounding) {
   // 0.5 becomes 1 and 2.5 becomes 3; 0.4 and -2.5 left their cases out.
   EXPECT_EQ(mapper.roleData("MEDMODEL_SCALEWEIGHT"),
             (std::vector<double>{1, 3, 1, 1, 1, 1, 1, 1, 1, 1}));
+  // Left out for the weight: system- and user-missing (cases 5 and 11), 0.4 and -2.5.
+  // Rounded among the kept cases: 0.5 and 2.5, each by +0.5.
+  EXPECT_EQ(mapper.casesDroppedForWeight, 4);
+  EXPECT_EQ(mapper.weightsRounded, 2);
+  EXPECT_DOUBLE_EQ(mapper.weightChangeByRounding, 1.0);
   ASSERT_EQ(mapper.listData("WITH").size(), 1u);
   EXPECT_EQ(mapper.listData("WITH")[0].size(), 10u);
   EXPECT_EQ(mapper.listData("BY")[0].size(), 10u);

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include "module_fixture.h"
 #include "stathost/universal_parser.h"
 #include "syntax/command_description_builder.h"
@@ -21,10 +23,14 @@ class SettingsTest : public testsupport::ModuleTest {
   }
 
   std::unique_ptr<MediationSettings> read(const std::string& command) {
+    return read(command, source_);
+  }
+  std::unique_ptr<MediationSettings> read(const std::string& command,
+                                          stathost::ProcedureDataSource& source) {
     stathost::STAX_TokenSequence tokens(command, 1);
     stathost::UniversalParser parser(tokens, spec_, grammar_);
     EXPECT_EQ(parser.getCommandSpecifications(), 0);
-    auto settings = std::make_unique<MediationSettings>(spec_, grammar_, source_);
+    auto settings = std::make_unique<MediationSettings>(spec_, grammar_, source);
     for (int i = 0; i < CommandDescriptionBuilder::kSubcommandCount; ++i) {
       EXPECT_TRUE(settings->prepareInputSetting(i)) << "reader " << i;
     }
@@ -80,6 +86,106 @@ INSTANTIATE_TEST_SUITE_P(Forms, NegbinDispersion,
                                            NegbinCase{"NEGBIN(2.5)", 2.5},
                                            NegbinCase{"NEGBIN", 1.0},
                                            NegbinCase{"NEGBIN(20)", 20.0}));
+
+// MAXITERATIONS and MAXSTEPHALVING are whole numbers, read as the host reads integers
+// (rounded to the nearest) and then checked against their ranges.
+struct CountCase {
+  const char* criterion;
+  int iterations;
+  int halving;
+  friend std::ostream& operator<<(std::ostream& os, const CountCase& c) {
+    return os << c.criterion;
+  }
+};
+
+class CountCriteria : public SettingsTest, public ::testing::WithParamInterface<CountCase> {};
+
+TEST_P(CountCriteria, AreRoundedToWholeNumbers) {
+  auto s =
+      read(validCommand("", "", "",
+                        std::string("CILEVEL=95 CITYPE=DELTA COVB=MODEL ANALYSISTYPE=CAUSAL ") +
+                            GetParam().criterion));
+  EXPECT_EQ(s->maxIterations, GetParam().iterations);
+  EXPECT_EQ(s->maxStepHalving, GetParam().halving);
+}
+
+INSTANTIATE_TEST_SUITE_P(Values, CountCriteria,
+                         ::testing::Values(CountCase{"MAXITERATIONS=9.6", 10, 5},
+                                           CountCase{"MAXITERATIONS=1000.4", 1000, 5},
+                                           CountCase{"MAXSTEPHALVING=0.6", 100, 1},
+                                           CountCase{"MAXSTEPHALVING=20.4", 100, 20}));
+
+TEST_F(SettingsTest, IterationsThatRoundBelowTenAreRefused) {
+  stathost::STAX_TokenSequence tokens(
+      validCommand("", "", "",
+                   "CILEVEL=95 CITYPE=DELTA COVB=MODEL ANALYSISTYPE=CAUSAL MAXITERATIONS=9.4"),
+      1);
+  stathost::UniversalParser parser(tokens, spec_, grammar_);
+  ASSERT_EQ(parser.getCommandSpecifications(), 0);
+  MediationSettings settings(spec_, grammar_, source_);
+  EXPECT_FALSE(settings.prepareInputSetting(3));
+  EXPECT_EQ(settings.maxIterations, 100);
+}
+
+// CRITERIA TRANSFORM and BOOTSTRAP CRITERIA(INTERVAL=...), with their defaults.
+struct AddedOption {
+  const char* criteria;
+  const char* bootstrap;
+  bool autoTransform;
+  BootstrapInterval interval;
+  friend std::ostream& operator<<(std::ostream& os, const AddedOption& o) {
+    return os << o.criteria << " " << o.bootstrap;
+  }
+};
+
+class AddedOptions : public SettingsTest, public ::testing::WithParamInterface<AddedOption> {};
+
+TEST_P(AddedOptions, AreRead) {
+  auto s = read(validCommand(
+      "", "", "",
+      std::string("CITYPE=BOOTSTRAP COVB=MODEL ANALYSISTYPE=CAUSAL ") + GetParam().criteria,
+      std::string(" /BOOTSTRAP CRITERIA(CILEVEL=95 ") + GetParam().bootstrap + ")"));
+  EXPECT_EQ(s->autoTransform, GetParam().autoTransform);
+  EXPECT_EQ(s->bootstrapInterval, GetParam().interval);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Values, AddedOptions,
+    ::testing::Values(
+        AddedOption{"", "", true, BootstrapInterval::kPercentile},
+        AddedOption{"TRANSFORM=AUTO", "INTERVAL=PERCENTILE", true, BootstrapInterval::kPercentile},
+        AddedOption{"TRANSFORM=NONE", "INTERVAL=BCA", false, BootstrapInterval::kBca},
+        AddedOption{"transform=none", "interval=normal", false, BootstrapInterval::kNormal}));
+
+// Scale weights: the original total counts each case's weight as read (a missing or
+// negative weight as 0), the cleaned total the rounded weights of the kept cases.
+TEST_F(SettingsTest, WeightTotalsReconcile) {
+  std::vector<double> y, m, x, w(12, 1.0);
+  for (int i = 0; i < 20; ++i) {
+    y.push_back(i == 18 ? std::nan("") : 1.0 + 0.5 * i);
+    m.push_back(0.1 * i + 0.3 * (i % 2));
+    x.push_back(i % 2);
+  }
+  // 12: 0.5 -> 1, 13: 2.5 -> 3, 14: 1.4 -> 1 (rounded, kept); 15: 0.4, 16: -2 and 17:
+  // missing (left out for the weight); 18 left out for its missing outcome; 19: 3.
+  w.insert(w.end(), {0.5, 2.5, 1.4, 0.4, -2.0, std::nan(""), 2.0, 3.0});
+  testsupport::ActiveData weighted(
+      {testsupport::numericColumn("y", y), testsupport::numericColumn("m", m),
+       testsupport::numericColumn("x", x), testsupport::numericColumn("w", w)});
+  stathost::ProcedureDataSource source;
+  auto s = read(validCommand("", "DISTRIBUTION=NORMAL SCALEWEIGHT=w"), source);
+  ASSERT_TRUE(s->finalizeSettings());
+  EXPECT_EQ(s->casesRead, 20);
+  EXPECT_EQ(s->casesValid, 16);
+  EXPECT_EQ(s->casesDroppedForWeight, 3);
+  EXPECT_EQ(s->weightsRounded, 3);
+  constexpr double kSumTol = 1e-12;
+  EXPECT_NEAR(s->totalWeightRead, 21.8, kSumTol);
+  EXPECT_NEAR(s->totalWeightValid, 20.0, kSumTol);
+  EXPECT_NEAR(s->weightChangeByRounding, 0.6, kSumTol);
+  // What the cleaning removed, 0.4 + 2 (cases 15 and 18), less what rounding added.
+  EXPECT_NEAR(s->totalWeightRead - s->totalWeightValid, 2.4 - 0.6, kSumTol);
+}
 
 TEST_F(SettingsTest, FullCommand) {
   auto s = read(

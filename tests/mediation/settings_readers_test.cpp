@@ -76,6 +76,56 @@ INSTANTIATE_TEST_SUITE_P(
                 "Variable zz specified for OUTCOMEVAR does not exist in the active data set."}),
     name);
 
+// A variable has one role: the check runs before any case is read.
+INSTANTIATE_TEST_SUITE_P(
+    OneRolePerVariable, ReaderRefusals,
+    ::testing::Values(
+        Refusal{"OutcomeAlsoMediator",
+                validCommand("OUTCOMEVAR=y MEDIATORVAR=Y PREDICTORVAR=x(BLEVEL=0 ELEVEL=1)"),
+                "Variable y is used both as the outcome and as the mediator. Each variable may "
+                "have one role."},
+        Refusal{"ExposureAlsoCovariate", validCommand(kVars + " WITH c1 X"),
+                "Variable x is used both as the exposure and as a covariate. Each variable may "
+                "have one role."},
+        Refusal{"FactorAlsoCovariate", validCommand(kVars + " BY f WITH f"),
+                "Variable f is used both as a factor and as a covariate. Each variable may have "
+                "one role."},
+        Refusal{"CovariateTwice", validCommand(kVars + " WITH c1 C1"),
+                "Variable c1 is listed more than once under WITH. List each variable once."},
+        Refusal{"FactorTwice", validCommand(kVars + " BY f f"),
+                "Variable f is listed more than once under BY. List each variable once."},
+        Refusal{"WeightAlsoOutcome", validCommand("", "DISTRIBUTION=NORMAL SCALEWEIGHT=Y"),
+                "Variable y is used both as the outcome and as the scale weight. Each variable "
+                "may have one role."},
+        Refusal{"WeightAlsoCovariate",
+                validCommand(kVars + " WITH w", "DISTRIBUTION=NORMAL SCALEWEIGHT=w"),
+                "Variable w is used both as a covariate and as the scale weight. Each variable "
+                "may have one role."}),
+    name);
+
+// A qualifier written without its value gets its own "is required" message, and a value
+// that is quoted back reads as the user wrote it.
+INSTANTIATE_TEST_SUITE_P(
+    Qualifiers, ReaderRefusals,
+    ::testing::Values(
+        Refusal{"BlevelEmptyBeforeElevel",
+                validCommand("OUTCOMEVAR=y MEDIATORVAR=m PREDICTORVAR=x(BLEVEL= ELEVEL=1)"),
+                "Baseline level (BLEVEL) is required."},
+        Refusal{"ElevelBareAfterBlevel",
+                validCommand("OUTCOMEVAR=y MEDIATORVAR=m PREDICTORVAR=x(BLEVEL=0 ELEVEL)"),
+                "Exposure level (ELEVEL) is required."},
+        Refusal{"InteractionEmptyBeforeBlevel",
+                validCommand("OUTCOMEVAR=y MEDIATORVAR=m PREDICTORVAR=x(INTERACTION= BLEVEL=0)"),
+                "Interaction (INTERACTION) requires a value: TRUE or FALSE."},
+        Refusal{"BlevelOfTwoNumbers",
+                validCommand("OUTCOMEVAR=y MEDIATORVAR=m PREDICTORVAR=x(BLEVEL=0  1 ELEVEL=1)"),
+                "Variable x specified for PREDICTORVAR has value 0  1 of invalid type or format."},
+        Refusal{"MlevelWithSpaces",
+                validCommand("OUTCOMEVAR=y MEDIATORVAR=m(MLEVEL=VALUE (2) x) PREDICTORVAR=x"),
+                "VALUE (2) x is not a valid value for qualifier MLEVEL of the variable m "
+                "specified for parameter MEDIATORVAR."}),
+    name);
+
 INSTANTIATE_TEST_SUITE_P(
     Models, ReaderRefusals,
     ::testing::Values(
@@ -94,7 +144,19 @@ INSTANTIATE_TEST_SUITE_P(
                     "ANALYSISTYPE=CAUSAL /PRINT.",
                 "Subcommand OUTMODEL is required."},
         Refusal{"OutmodelWithoutDistribution", validCommand("", "", "LINK=LOG"),
-                "Subcommand OUTMODEL: DISTRIBUTION is required."}),
+                "Subcommand OUTMODEL: DISTRIBUTION is required."},
+        Refusal{"NegbinZero",
+                validCommand("OUTCOMEVAR=cnt MEDIATORVAR=m PREDICTORVAR=x", "",
+                             "DISTRIBUTION=NEGBIN(0) LINK=LOG"),
+                "NEGBIN(0) is not a negative binomial model: a dispersion k of 0 is the Poisson "
+                "model (use DISTRIBUTION=POISSON). Give a k above 0, or NEGBIN(MLE) to estimate "
+                "k."},
+        Refusal{"NegbinZeroPointZero",
+                validCommand("OUTCOMEVAR=cnt MEDIATORVAR=m PREDICTORVAR=x", "",
+                             "DISTRIBUTION=NEGBIN(0.0) LINK=LOG"),
+                "NEGBIN(0.0) is not a negative binomial model: a dispersion k of 0 is the "
+                "Poisson model (use DISTRIBUTION=POISSON). Give a k above 0, or NEGBIN(MLE) to "
+                "estimate k."}),
     name);
 
 INSTANTIATE_TEST_SUITE_P(
@@ -149,6 +211,49 @@ INSTANTIATE_TEST_SUITE_P(
                 "Subcommand BOOTSTRAP: CILEVEL is required."}),
     name);
 
+// A confidence level is a whole percent strictly between 0 and 100; one that rounds to 0
+// or 100 leaves no interval to compute.
+INSTANTIATE_TEST_SUITE_P(
+    ConfidenceLevels, ReaderRefusals,
+    ::testing::Values(
+        Refusal{"Hundred",
+                validCommand("", "", "",
+                             "CILEVEL=100 CITYPE=DELTA COVB=MODEL "
+                             "ANALYSISTYPE=CAUSAL"),
+                "CRITERIA CILEVEL = 100 is out of range: the value must be from 1 to 99."},
+        Refusal{"RoundsToHundred",
+                validCommand("", "", "",
+                             "CILEVEL=99.7 CITYPE=BOOTSTRAP COVB=MODEL ANALYSISTYPE=CAUSAL"),
+                "CRITERIA CILEVEL = 99.7 is out of range: the value must be from 1 to 99."},
+        Refusal{"RoundsToZero",
+                validCommand("", "", "",
+                             "CILEVEL=0.3 CITYPE=DELTA COVB=MODEL "
+                             "ANALYSISTYPE=CAUSAL"),
+                "CRITERIA CILEVEL = 0.3 is out of range: the value must be from 1 to 99."},
+        Refusal{"BootstrapHundred",
+                validCommand("", "", "", "", " /BOOTSTRAP CRITERIA(CILEVEL=100)"),
+                "BOOTSTRAP CRITERIA CILEVEL = 100 is out of range: the value must be from 1 to "
+                "99."},
+        Refusal{"BootstrapRoundsToHundred",
+                validCommand("", "", "", "", " /BOOTSTRAP CRITERIA(CILEVEL=99.5)"),
+                "BOOTSTRAP CRITERIA CILEVEL = 99.5 is out of range: the value must be from 1 to "
+                "99."}),
+    name);
+
+INSTANTIATE_TEST_SUITE_P(
+    BootstrapSamples, ReaderRefusals,
+    ::testing::Values(
+        Refusal{"Negative",
+                validCommand("", "", "", "", " /BOOTSTRAP CRITERIA(CILEVEL=95 NSAMPLES=-5)"),
+                "Bootstrap samples (NSAMPLES) must be a positive whole number; -5 was given."},
+        Refusal{"Zero", validCommand("", "", "", "", " /BOOTSTRAP CRITERIA(CILEVEL=95 NSAMPLES=0)"),
+                "Bootstrap samples (NSAMPLES) must be a positive whole number; 0 was given."},
+        Refusal{"Fraction",
+                validCommand("", "", "", "", " /BOOTSTRAP CRITERIA(CILEVEL=95 NSAMPLES=1000.7)"),
+                "Bootstrap samples (NSAMPLES) must be a positive whole number; 1000.7 was "
+                "given."}),
+    name);
+
 INSTANTIATE_TEST_SUITE_P(
     Finalize, ReaderRefusals,
     ::testing::Values(
@@ -194,6 +299,41 @@ TEST_F(WholeCommand, SyntaxErrorIsTheParsersMessageAlone) {
       << record.messages[0].text;
   EXPECT_TRUE(record.items.empty());
 }
+
+// The two keywords this program adds are checked by the parser like every other keyword.
+struct BadKeyword {
+  const char* name;
+  std::string command;
+  const char* expected;
+  friend std::ostream& operator<<(std::ostream& os, const BadKeyword& b) { return os << b.name; }
+};
+
+class AddedKeywords : public testsupport::ModuleTest,
+                      public ::testing::WithParamInterface<BadKeyword> {};
+
+TEST_P(AddedKeywords, RefuseAnUnknownValueWithTheParsersMessage) {
+  const stathost::RunRecord record = run(GetParam().command);
+  ASSERT_EQ(record.messages.size(), 1u);
+  const std::string& text = record.messages[0].text;
+  EXPECT_EQ(text.rfind("MEDIATION ANALYSIS: syntax error at line", 0), 0u) << text;
+  EXPECT_NE(text.find(GetParam().expected), std::string::npos) << text;
+  EXPECT_TRUE(record.items.empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Values, AddedKeywords,
+    ::testing::Values(
+        BadKeyword{"Transform",
+                   validCommand("", "", "",
+                                "CILEVEL=95 CITYPE=DELTA COVB=MODEL ANALYSISTYPE=CAUSAL "
+                                "TRANSFORM=OFF"),
+                   "found 'OFF', expected AUTO or NONE for CRITERIA TRANSFORM."},
+        BadKeyword{
+            "Interval",
+            validCommand("", "", "", "", " /BOOTSTRAP CRITERIA(CILEVEL=95 INTERVAL=STUDENT)"),
+            "found 'STUDENT', expected PERCENTILE, BCA or NORMAL for BOOTSTRAP CRITERIA "
+            "INTERVAL."}),
+    [](const ::testing::TestParamInfo<BadKeyword>& p) { return std::string(p.param.name); });
 
 TEST_F(WholeCommand, PrintMissingRefusesWithoutAMessage) {
   const stathost::RunRecord record =

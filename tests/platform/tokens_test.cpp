@@ -63,6 +63,35 @@ INSTANTIATE_TEST_SUITE_P(
         TokenCase{"LABEL='it''s' \"a\"", "id:LABEL = str:it's str:a"},
         TokenCase{"a .5 b", "id:a num:.5 id:b"}));
 
+// Messages that quote a stretch of the command quote it as written: its blanks kept, a
+// line break read as one blank, strings with their quotes.
+struct WrittenCase {
+  const char* text;
+  std::size_t first, count;  // the tokens joined
+  const char* written;
+  friend std::ostream& operator<<(std::ostream& os, const WrittenCase& c) { return os << c.text; }
+};
+
+class WrittenText : public ::testing::TestWithParam<WrittenCase> {};
+
+TEST_P(WrittenText, JoinsTokensAsTheUserWroteThem) {
+  STAX_TokenSequence seq(GetParam().text, 1);
+  const auto& all = seq.tokens();
+  ASSERT_LE(GetParam().first + GetParam().count, all.size());
+  const std::vector<stathost::TokenInfoObj> part(
+      all.begin() + static_cast<std::ptrdiff_t>(GetParam().first),
+      all.begin() + static_cast<std::ptrdiff_t>(GetParam().first + GetParam().count));
+  EXPECT_EQ(stathost::joinAsWritten(part), GetParam().written);
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, WrittenText,
+                         ::testing::Values(WrittenCase{"BLEVEL=0 ELEVEL", 2, 2, "0 ELEVEL"},
+                                           WrittenCase{"BLEVEL=0  1 ELEVEL", 2, 2, "0  1"},
+                                           WrittenCase{"VALUE (2)x", 0, 5, "VALUE (2)x"},
+                                           WrittenCase{"A=1\n    B", 2, 2, "1 B"},
+                                           WrittenCase{"X='it''s' \"a\"", 2, 2, "'it''s' \"a\""},
+                                           WrittenCase{"  lead", 0, 1, "lead"}));
+
 TEST(TokenizerErrors, UnterminatedStringNamesItsPosition) {
   STAX_TokenSequence seq("CMD X='open\n  /PRINT.", 3);
   ASSERT_EQ(seq.errors().size(), 1u);

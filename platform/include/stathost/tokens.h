@@ -25,6 +25,17 @@ class TokenInfoObj {
   TokenInfoObj() = default;
   TokenInfoObj(TokenType type, std::string text, int line, int column)
       : type_(type), text_(std::move(text)), line_(line), column_(column) {}
+  // A token as the tokenizer found it: `written` is its text in the command, quotes
+  // included, and `spaceBefore` the blanks that separate it from the token before it
+  // (a line break and its indentation read as one blank).
+  TokenInfoObj(TokenType type, std::string text, int line, int column, std::string written,
+               std::string spaceBefore)
+      : type_(type),
+        text_(std::move(text)),
+        written_(std::move(written)),
+        spaceBefore_(std::move(spaceBefore)),
+        line_(line),
+        column_(column) {}
 
   TokenType getType() const { return type_; }
   const std::string& getText() const { return text_; }
@@ -36,13 +47,23 @@ class TokenInfoObj {
   double getNumber() const;  // for kNumber
   // How the token reads in a message: the text, quoted text for strings.
   std::string display() const;
+  // The token as the user wrote it (quotes included for strings); the text when the token
+  // was not read from a command.
+  const std::string& written() const { return written_.empty() ? text_ : written_; }
+  const std::string& spaceBefore() const { return spaceBefore_; }
 
  private:
   TokenType type_ = TokenType::kOther;
   std::string text_;
+  std::string written_;
+  std::string spaceBefore_;
   int line_ = 0;
   int column_ = 0;
 };
+
+// A run of tokens as the user wrote it, with the blanks between them, for messages that
+// quote the command: "0 ELEVEL", not "0ELEVEL".
+std::string joinAsWritten(const std::vector<TokenInfoObj>& tokens);
 
 // A problem found while splitting the text into tokens (an unterminated string).
 struct TokenizeError {

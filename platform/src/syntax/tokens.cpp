@@ -30,6 +30,15 @@ std::string TokenInfoObj::display() const {
   return text_;
 }
 
+std::string joinAsWritten(const std::vector<TokenInfoObj>& tokens) {
+  std::string out;
+  for (std::size_t i = 0; i < tokens.size(); ++i) {
+    if (i > 0) out += tokens[i].spaceBefore();
+    out += tokens[i].written();
+  }
+  return out;
+}
+
 bool TokenSequenceBase::hasTerminator() const {
   return !tokens_.empty() && tokens_.back().is(TokenType::kTerminator);
 }
@@ -42,6 +51,21 @@ void TokenSequenceBase::tokenize(const std::string& text, int firstLine) {
   std::size_t i = 0;
   const std::size_t n = text.size();
   auto column = [&](std::size_t pos) { return static_cast<int>(pos - lineStart) + 1; };
+  // Where the previous token ended: the blanks from there to the next token are kept
+  // with that token.
+  std::size_t previousEnd = 0;
+  auto blanksBefore = [&](std::size_t start) {
+    if (tokens_.empty()) return std::string();
+    const std::string gap = text.substr(previousEnd, start - previousEnd);
+    return gap.find('\n') == std::string::npos ? gap : std::string(" ");
+  };
+  auto add = [&](TokenType type, std::string value, std::size_t start, std::size_t end, int ln,
+                 int col) {
+    std::string space = blanksBefore(start);
+    tokens_.emplace_back(type, std::move(value), ln, col, text.substr(start, end - start),
+                         std::move(space));
+    previousEnd = end;
+  };
   auto restOfLineBlank = [&](std::size_t pos) {
     for (std::size_t k = pos; k < n && text[k] != '\n'; ++k) {
       if (!std::isspace(static_cast<unsigned char>(text[k]))) return false;
@@ -83,7 +107,7 @@ void TokenSequenceBase::tokenize(const std::string& text, int firstLine) {
                                std::string(1, static_cast<char>(c)) + " on its line.",
                            line, col});
       }
-      tokens_.emplace_back(TokenType::kString, value, line, col);
+      add(TokenType::kString, value, start, i, line, col);
       continue;
     }
     const bool signedNumber = (c == '-' || c == '+') && i + 1 < n &&
@@ -111,18 +135,18 @@ void TokenSequenceBase::tokenize(const std::string& text, int firstLine) {
           while (i < n && std::isdigit(static_cast<unsigned char>(text[i]))) ++i;
         }
       }
-      tokens_.emplace_back(TokenType::kNumber, text.substr(start, i - start), line, col);
+      add(TokenType::kNumber, text.substr(start, i - start), start, i, line, col);
       continue;
     }
     if (isNameStart(c)) {
       while (i < n && isNameChar(static_cast<unsigned char>(text[i]))) ++i;
       // A name does not end in a full stop: that one ends the command.
       while (i > start + 1 && text[i - 1] == '.') --i;
-      tokens_.emplace_back(TokenType::kIdentifier, text.substr(start, i - start), line, col);
+      add(TokenType::kIdentifier, text.substr(start, i - start), start, i, line, col);
       continue;
     }
     if (c == '.' && restOfLineBlank(i + 1)) {
-      tokens_.emplace_back(TokenType::kTerminator, ".", line, col);
+      add(TokenType::kTerminator, ".", i, i + 1, line, col);
       ++i;
       continue;
     }
@@ -149,7 +173,7 @@ void TokenSequenceBase::tokenize(const std::string& text, int firstLine) {
       default:
         break;
     }
-    tokens_.emplace_back(type, std::string(1, static_cast<char>(c)), line, col);
+    add(type, std::string(1, static_cast<char>(c)), i, i + 1, line, col);
     ++i;
   }
   endLine_ = line;
