@@ -7,6 +7,7 @@
 
 #include "algorithm/data_preparation.h"
 #include "effects/continuous_effects.h"
+#include "output/report_notes.h"
 #include "stathost/format.h"
 
 namespace medanlys {
@@ -50,6 +51,17 @@ double outcomeSE(const OutputContext& out, std::size_t j) {
 }
 
 bool ratioOutcome(const OutputContext& out) { return out.settings.outcomeDistribution != NORMAL; }
+
+// The bootstrap tables replace the delta-method ones: the forest plot follows them.
+bool bootstrapShown(const OutputContext& out) {
+  return out.settings.analysisType == CAUSAL && out.results.flags[FLAG_BOOTSTRAP_SUCCEEDED] &&
+         !out.results.bootstrap.empty();
+}
+
+// The level of the intervals in the forest plot.
+int forestLevel(const OutputContext& out) {
+  return bootstrapShown(out) ? bootstrapLevel(out.settings) : out.settings.ciLevel;
+}
 
 // "OR_", "RR_" or "IRR_": the names of the ratio effects of a binary or count outcome.
 std::string ratioPrefix(const OutputContext& out) {
@@ -214,8 +226,11 @@ std::string MediationForestPlot::getGPLText() {
   gpl += "GUIDE: axis(dim(1), label(\"\"))\n";
   gpl += "GUIDE: axis(dim(2), label(\"" + form_.axisLabel + "\"))\n";
   gpl += "GUIDE: text.title(label(\"" + title() + "\"))\n";
-  gpl += "GUIDE: text.footnote(label(\"" + std::to_string(out_.settings.ciLevel) +
+  gpl += "GUIDE: text.footnote(label(\"" + std::to_string(form_.level) +
          "% Point Estimate  -Confidence Interval\"))\n";
+  for (const std::string& note : form_.notes) {
+    gpl += "GUIDE: text.footnote(label(\"" + note + "\"))\n";
+  }
   if (form_.scale == ForestScale::kMixed) {
     gpl +=
         "GUIDE: text.subfootnote(label(\"Note: Mixed scales - Intercepts on linear scale "
@@ -362,6 +377,9 @@ std::string MediationPathDiagram::getGPLText() {
       "GUIDE: text.footnote(label(\"Note: If values appear cluttered, please enlarge the diagram "
       "in edit "
       "mode for better visibility.\"))\n";
+  // The NIE and TE shown are on the outcome's model scale.
+  const std::string outcomeNote = outcomeTransformNote(out_, NoteTarget::kEffects);
+  if (!outcomeNote.empty()) gpl += "GUIDE: text.footnote(label(\"" + outcomeNote + "\"))\n";
   gpl += data("nodeName", true) + data("nodeX") + data("nodeY") + data("nodeLabelX") +
          data("nodeLabelY");
   gpl +=
@@ -450,7 +468,7 @@ std::string MediationPathDiagram::getGPLText() {
 std::vector<MediationForestPlot::Row> forestRows(const OutputContext& out) {
   std::vector<MediationForestPlot::Row> rows;
   const MediationSettings& s = out.settings;
-  const double z = criticalValue(s.ciLevel);
+  const double z = criticalValue(forestLevel(out));
   const Vector& beta = mediatorCoefficients(out);
   const bool ratio = ratioOutcome(out);
   const Vector& theta = outcomeCoefficients(out);
@@ -497,6 +515,17 @@ std::vector<MediationForestPlot::Row> forestRows(const OutputContext& out) {
                                                           {"NDE", "NDE (Natural Direct)"},
                                                           {"TE", "TE (Total Effect)"},
                                                           {"CDE", "CDE (Controlled Direct)"}}) {
+      if (bootstrapShown(out)) {
+        const auto it = out.results.bootstrap.find(prefix + key);
+        if (it == out.results.bootstrap.end()) continue;
+        const IntervalKeys keys = bootstrapIntervalKeys(s.bootstrapInterval);
+        const auto get = [&](const char* name) {
+          const auto v = it->second.find(name);
+          return v == it->second.end() ? NAN : v->second;
+        };
+        rows.push_back({label, get("estimate"), get(keys.lower), get(keys.upper)});
+        continue;
+      }
       const auto it = out.results.effects.find(prefix + key);
       if (it == out.results.effects.end()) continue;
       rows.push_back({label, it->second.estimate, it->second.lower, it->second.upper});
@@ -515,6 +544,17 @@ ForestForm forestForm(const OutputContext& out, std::size_t rows) {
   form.totalEffect = out.settings.analysisType == CAUSAL && te != out.results.effects.end()
                          ? te->second.estimate
                          : NAN;
+  form.level = forestLevel(out);
+  if (bootstrapShown(out)) {
+    std::string note = "Effect limits are bootstrap " +
+                       bootstrapIntervalName(out.settings.bootstrapInterval) + " intervals";
+    if (out.settings.plot.forestPathCoefficients) {
+      note += "; coefficient limits are normal-theory limits from the model covariance";
+    }
+    note += ".";
+    form.notes.push_back(note);
+  }
+  addNotes(form.notes, {outcomeTransformNote(out, NoteTarget::kEffects)});
   if (!ratio) return form;
   if (out.settings.plot.forestPathCoefficients) {
     form.scale = ForestScale::kMixed;

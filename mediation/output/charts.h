@@ -58,6 +58,10 @@ struct ForestForm {
   ForestScale scale = ForestScale::kLinear;
   std::string axisLabel = "Effect Estimate";
   double totalEffect = NAN;
+  // The confidence level of every interval drawn, and the notes below the fixed footnote
+  // (which bootstrap interval the effects show, the outcome's transformation).
+  int level = 95;
+  std::vector<std::string> notes;
 };
 
 // Path coefficients and effects with their confidence intervals.
@@ -81,7 +85,9 @@ class MediationForestPlot : public stathost::StatGPLGraph {
 };
 
 // The rows of the forest plot for the analysis (intercepts, paths, effects) and the form
-// it is drawn in.
+// it is drawn in. When the bootstrap succeeded the effects show its limits (the interval
+// the user chose) and every interval of the chart is taken at the bootstrap's level;
+// otherwise the delta-method limits at the CRITERIA level.
 std::vector<MediationForestPlot::Row> forestRows(const OutputContext& out);
 ForestForm forestForm(const OutputContext& out, std::size_t rows);
 

@@ -2,6 +2,7 @@
 #include <cmath>
 
 #include "output/output_context.h"
+#include "output/report_notes.h"
 #include "output/table_builder.h"
 
 namespace medanlys {
@@ -101,8 +102,10 @@ bool lookup(const OutputContext& out, const std::string& key, bool bootstrap, Ef
   // The test statistic as the bootstrap formed it (on the log scale for a ratio).
   e.z = it->second.count("z") ? get("z") : (e.se > 0.0 ? e.estimate / e.se : NAN);
   e.p = get("p_value");
-  e.lower = get("percentile_ci_lower");
-  e.upper = get("percentile_ci_upper");
+  // The interval the user chose (BOOTSTRAP CRITERIA(INTERVAL=...)), percentile by default.
+  const IntervalKeys keys = bootstrapIntervalKeys(out.settings.bootstrapInterval);
+  e.lower = get(keys.lower);
+  e.upper = get(keys.upper);
   return true;
 }
 
@@ -117,8 +120,9 @@ int writeEffects(const OutputContext& out, const std::string& title,
     t.column("Estimate");
   } else {
     for (const char* c : {"Estimate", "SE", "z", "p-value"}) t.column(c);
+    // The level the limits were computed at.
     t.columnGroup(
-        confidenceIntervalLabel(bootstrap ? out.settings.bootstrapCiLevel : out.settings.ciLevel),
+        confidenceIntervalLabel(bootstrap ? bootstrapLevel(out.settings) : out.settings.ciLevel),
         {"Lower", "Upper"});
   }
   for (const EffectRow& row : rows) {
@@ -137,6 +141,16 @@ bool bootstrapFailed(const OutputContext& out) {
   return out.settings.bootstrapGiven && !out.results.flags[FLAG_BOOTSTRAP_SUCCEEDED];
 }
 
+// What was done to the variables before fitting, as it bears on effects: the outcome's
+// scale first (the scale of every effect), then the exposure's and the mediator's.
+std::vector<std::string> scaleNotes(const OutputContext& out) {
+  std::vector<std::string> notes;
+  addNotes(notes, {outcomeTransformNote(out, NoteTarget::kEffects),
+                   exposureTransformNote(out, NoteTarget::kEffects),
+                   mediatorTransformNote(out, NoteTarget::kEffects)});
+  return notes;
+}
+
 }  // namespace
 
 int writeDecomposition(const OutputContext& out, bool bootstrap) {
@@ -145,14 +159,20 @@ int writeDecomposition(const OutputContext& out, bool bootstrap) {
     footnotes.push_back("Bootstrap confidence intervals for effects are based on " +
                         std::to_string(out.results.bootstrapReplicates) +
                         " resamples (bias-corrected method).");
+    // The specified footnote names the method generically; this one names the limits.
+    footnotes.push_back(bootstrapIntervalNote(out.settings.bootstrapInterval));
     if (outcomeNonNormal(out)) footnotes.push_back(kLogScaleFootnote);
     if (mediatorBinomial(out) && outcomeNonNormal(out)) footnotes.push_back(kOrPaiFootnote);
+    addNotes(footnotes, scaleNotes(out));
+    addNotes(footnotes, {weightNote(out, WeightNoteFor::kBootstrapEffects)});
     return writeEffects(out, "Decomposition Analysis Results(Bootstrap method)", footnotes,
                         decompositionRows(out), true, false);
   }
   if (outcomeNonNormal(out)) footnotes.push_back(kLogScaleFootnote);
   if (mediatorBinomial(out) || outcomeNonNormal(out)) footnotes.push_back(kSeparationFootnote);
   if (mediatorBinomial(out) && outcomeNonNormal(out)) footnotes.push_back(kOrPaiFootnote);
+  addNotes(footnotes, scaleNotes(out));
+  addNotes(footnotes, {weightNote(out, WeightNoteFor::kDeltaEffects)});
   const bool estimatesOnly = bootstrapFailed(out);
   return writeEffects(
       out, estimatesOnly ? "Decomposition Analysis" : "Decomposition Analysis (Delta method)",
@@ -161,7 +181,9 @@ int writeDecomposition(const OutputContext& out, bool bootstrap) {
 
 int writeInteractionEffects(const OutputContext& out, bool bootstrap) {
   std::vector<std::string> footnotes;
+  if (bootstrap) footnotes.push_back(bootstrapIntervalNote(out.settings.bootstrapInterval));
   if (bootstrap && outcomeNonNormal(out)) footnotes.push_back(kLogScaleFootnote);
+  addNotes(footnotes, scaleNotes(out));
   return writeEffects(out,
                       bootstrap ? "Interaction Effects Analysis (Bootstrap method)"
                                 : "Interaction Effects Analysis",
@@ -170,10 +192,14 @@ int writeInteractionEffects(const OutputContext& out, bool bootstrap) {
 }
 
 int writeRatioStatistics(const OutputContext& out, bool bootstrap) {
+  std::vector<std::string> footnotes{kRatioFootnote};
+  if (bootstrap) footnotes.push_back(bootstrapIntervalNote(out.settings.bootstrapInterval));
+  // Proportions of effects are formed on the outcome's model scale.
+  addNotes(footnotes, {outcomeTransformNote(out, NoteTarget::kProportions)});
   return writeEffects(out,
                       bootstrap ? "Ratio Statistics (Bootstrap method)"
                                 : "Ratio Statistics (All Decomposition Proportions)",
-                      {kRatioFootnote}, kRatioRows, bootstrap, !bootstrap && bootstrapFailed(out));
+                      footnotes, kRatioRows, bootstrap, !bootstrap && bootstrapFailed(out));
 }
 
 }  // namespace medanlys

@@ -3,7 +3,9 @@
 #include <cmath>
 
 #include "output/output_context.h"
+#include "output/report_notes.h"
 #include "output/table_builder.h"
+#include "stathost/format.h"
 
 namespace medanlys {
 namespace {
@@ -31,11 +33,49 @@ std::string ratioPhrase(double ratio, bool count) {
   return verb + noun + " by " + formatValue(std::fabs(ratio - 1.0) * 100.0) + "%";
 }
 
+// The coding of a binary outcome as the data hold it: "(reference 0, event 1)". The event
+// is the value the strategy coded 1; the reference is the outcome's other value.
+std::string outcomeCoding(const OutputContext& out) {
+  double reference = 0.0, event = 1.0;
+  const double coded = out.results.outcomeEventValue;
+  const VariableRoleMapper& map = out.settings.roleMapper();
+  if (std::isfinite(coded) && map.hasRoleData("OUTCOMEVAR")) {
+    for (double y : map.roleData("OUTCOMEVAR")) {
+      if (y != coded) {
+        reference = y;
+        event = coded;
+        break;
+      }
+    }
+  }
+  return " (reference " + stathost::formatShortest(reference) + ", event " +
+         stathost::formatShortest(event) + ")";
+}
+
+// The words that put an additive effect on a transformed outcome back in the user's
+// terms: " of log(Y)", or for the reflected log " of log(11 - Y), a reversed scale: that
+// is, it raises Y" (the direction on Y is the opposite of the direction on the scale).
+std::string outcomeScaleWords(const OutputContext& out, double estimate) {
+  const TransformationRecord* t = transformationOf(out, "Outcome");
+  if (!t) return "";
+  const std::string& y = out.settings.outcomeVar;
+  std::string words = " of " + transformedFormula(*t, y);
+  if (reflected(t) && estimate != 0.0 && std::isfinite(estimate)) {
+    words += ", a reversed scale: that is, it " + std::string(estimate > 0 ? "lowers " : "raises ") + y;
+  }
+  return words;
+}
+
 }  // namespace
 
 int writeEffectInterpretation(const OutputContext& out) {
   const MediationSettings& s = out.settings;
   TableBuilder t(out.generator, "Effect Interpretation");
+  std::vector<std::string> notes;
+  addNotes(notes, {outcomeTransformNote(out, NoteTarget::kEffects),
+                   exposureTransformNote(out, NoteTarget::kEffects),
+                   mediatorTransformNote(out, NoteTarget::kEffects)});
+  for (const std::string& note : notes) t.footnote(note);
   for (const char* c : {"Effect", "Value", "Interpretation"}) t.column(c);
   const std::string path = "('" + s.predictorVar + "'" + kArrow + "'" + s.mediatorVar + "')";
 
@@ -45,10 +85,11 @@ int writeEffectInterpretation(const OutputContext& out) {
     const double nde = estimateOf(out, "NDE"), nie = estimateOf(out, "NIE");
     t.row(" ", {std::string("Direct Effect (NDE)"), nde,
                 std::string("Exposure ") + (nde > 0 ? "increases" : "decreases") +
-                    " the outcome by " + formatValue(std::fabs(nde)) + " units"});
+                    " the outcome by " + formatValue(std::fabs(nde)) + " units" +
+                    outcomeScaleWords(out, nde)});
     t.row(" ", {std::string("Indirect Effect (NIE)"), nie,
                 "Through mediator " + path + ": " + (nie > 0 ? "increases" : "decreases") + " by " +
-                    formatValue(std::fabs(nie)) + " units"});
+                    formatValue(std::fabs(nie)) + " units" + outcomeScaleWords(out, nie)});
     t.row(" ", {std::string("Total Effect (TE)"), estimateOf(out, "TE"), std::string(kEmDash)});
     t.row(" ", {std::string("Proportion Mediated"), estimateOf(out, "PM"), std::string(kEmDash)});
     return t.write();
@@ -59,8 +100,12 @@ int writeEffectInterpretation(const OutputContext& out) {
   // The binary-mediator strategies keep their ratio effects under the OR_ names.
   const std::string prefix = binaryMediator ? "OR_" : ratioPrefix(s);
   std::string caption = count ? "Outcome \u2014 count" : "Outcome \u2014 binary";
+  // Each coding beside its own variable: the outcome's after the outcome's name.
   std::string coding = binaryMediator ? "Outcome: " + s.outcomeVar : "Mediator: " + s.mediatorVar;
-  if (!count) coding += " (reference 0, event 1)";
+  if (!count) {
+    if (!binaryMediator) coding += "; Outcome: " + s.outcomeVar;
+    coding += outcomeCoding(out);
+  }
   t.row(" ", {caption, std::string(" "), coding});
   const double nde = estimateOf(out, prefix + "NDE"), nie = estimateOf(out, prefix + "NIE");
   t.row(" ", {std::string("Direct Effect (NDE)"), nde, "Exposure " + ratioPhrase(nde, count)});

@@ -5,6 +5,7 @@
 
 #include "effects/continuous_effects.h"
 #include "output/output_context.h"
+#include "output/report_notes.h"
 #include "output/table_builder.h"
 
 namespace medanlys {
@@ -30,6 +31,18 @@ std::vector<std::string> parameterLabels(const MediationSettings& s, bool outcom
 
 namespace {
 
+// What was done to the model's variables before fitting, and what the weights do in its
+// numbers: the footnotes every table of a model's coefficients carries.
+std::vector<std::string> modelNotes(const OutputContext& out, bool outcome,
+                                    WeightNoteFor weights) {
+  std::vector<std::string> notes;
+  addNotes(notes, {exposureTransformNote(out, NoteTarget::kModel),
+                   mediatorTransformNote(out, NoteTarget::kModel),
+                   outcome ? outcomeTransformNote(out, NoteTarget::kModel) : std::string(),
+                   mediatorScaleNote(out, NoteTarget::kModel), weightNote(out, weights)});
+  return notes;
+}
+
 int writeLinearModel(const OutputContext& out, bool outcome) {
   const WlsFit& fit = outcome ? out.results.outcomeFit : out.results.mediatorFit;
   TableBuilder t(out.generator, outcome ? "Outcome Regression Model Summary"
@@ -37,6 +50,8 @@ int writeLinearModel(const OutputContext& out, bool outcome) {
   t.footnote(outcome ? "Theta coefficients on transformtype(outcome) scale. exp(Theta) = "
                        "multiplicative effect if log-transformed."
                      : "Beta coefficients on transformtype(mediator) scale");
+  for (const std::string& note : modelNotes(out, outcome, WeightNoteFor::kLinearModel))
+    t.footnote(note);
   t.rowHeaderLabel("Parameter");
   t.columnGroup("Robust", {"Estimate", "Robust SE", "t statistic"});
   t.columnGroup("Model-based", {"Estimate", "Model SE", "t statistic"});
@@ -59,18 +74,25 @@ int writeLinearModel(const OutputContext& out, bool outcome) {
 constexpr std::size_t kMaxCovarianceOrder = 100;
 
 int writeCovariance(const OutputContext& out, bool outcome) {
-  const bool robust = out.settings.covb == COVB_ROBUST;
-  const bool logistic = !outcome && out.settings.mediatorDistribution == BINOMIAL;
+  const MediationSettings& s = out.settings;
+  const bool robust = s.covb == COVB_ROBUST;
+  // The model that was fitted: linear, or logistic (binary mediator) or generalised linear
+  // (binary or count outcome).
+  const bool glm = outcome ? s.outcomeDistribution != NORMAL : s.mediatorDistribution == BINOMIAL;
   const WlsFit& fit = outcome ? out.results.outcomeFit : out.results.mediatorFit;
-  const GlmFit& glm = out.results.mediatorLogisticFit;
-  const Matrix& cov =
-      logistic ? (robust ? glm.covRobust : glm.covModel) : (robust ? fit.covRobust : fit.covModel);
+  const GlmFit& glmFit = outcome ? out.results.outcomeGlmFit : out.results.mediatorLogisticFit;
+  const Matrix& cov = glm ? (robust ? glmFit.covRobust : glmFit.covModel)
+                          : (robust ? fit.covRobust : fit.covModel);
   const std::size_t order = cov.size1();
   const std::size_t shown = std::min(order, kMaxCovarianceOrder);
-  const std::size_t parameters = logistic ? glm.coefficients.size() : fit.coefficients.size();
-  std::vector<std::string> labels = parameterLabels(out.settings, outcome, parameters, false);
-  // Labels that do not match the matrix leave the extra rows and columns their index.
-  const bool mismatch = parameters != order;
+  // One label per parameter of the model as the command defines it (intercept, exposure,
+  // mediator and interaction for the outcome, one per covariate column); labels that do
+  // not match the matrix leave the extra rows and columns their index.
+  const std::size_t parameters = (outcome ? (s.interaction ? 4 : 3) : 2) +
+                                 out.results.covariateLabels.size();
+  std::vector<std::string> labels = parameterLabels(s, outcome, parameters, false);
+  labels.resize(parameters);
+  const bool mismatch = labels.size() != order;
   for (std::size_t j = labels.size(); j < shown; ++j) labels.push_back(std::to_string(j + 1));
 
   TableBuilder t(out.generator,
@@ -81,6 +103,12 @@ int writeCovariance(const OutputContext& out, bool outcome) {
   }
   t.footnote("Covariance matrix of parameter estimates.");
   if (mismatch) t.footnote("Note: Parameter names provided do not match matrix dimensions.");
+  std::vector<std::string> notes;
+  addNotes(notes, {exposureTransformNote(out, NoteTarget::kModel),
+                   mediatorTransformNote(out, NoteTarget::kModel),
+                   outcome ? outcomeTransformNote(out, NoteTarget::kModel) : std::string(),
+                   mediatorScaleNote(out, NoteTarget::kModel)});
+  for (const std::string& note : notes) t.footnote(note);
   t.rowHeaderLabel("Parameter");
   t.columnDimensionLabel(robust ? "Robust" : "Model-based");
   for (std::size_t j = 0; j < shown; ++j) t.column(labels[j]);
@@ -137,6 +165,8 @@ const std::vector<double>& outcomeCoefficients(const OutputContext& out) {
 
 int writeLogisticMediatorModel(const OutputContext& out, const GlmModelTable& model) {
   TableBuilder t(out.generator, "Mediation Regression Model Summary");
+  for (const std::string& note : modelNotes(out, false, WeightNoteFor::kGlmModel))
+    t.footnote(note);
   t.rowHeaderLabel("Parameter");
   for (const char* c : {"Estimate", "Robust SE", "Model SE", "OR"}) t.column(c);
   t.columnGroup(confidenceIntervalLabel(out.settings.ciLevel), {"Lower", "Upper"});
@@ -167,6 +197,7 @@ int writeGlmOutcomeModel(const OutputContext& out, const GlmModelTable& model) {
   TableBuilder t(out.generator, "Outcome Regression Model Summary");
   t.footnote(line);
   t.footnote("Theta coefficients on transform type(outcome) scale.");
+  for (const std::string& note : modelNotes(out, true, WeightNoteFor::kGlmModel)) t.footnote(note);
   t.rowHeaderLabel("Parameter");
   t.columnGroup("Robust", {"Estimate", "Robust SE"});
   t.columnGroup("Model-based", {"Estimate", "Model SE"});

@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "output/output_context.h"
+#include "output/report_notes.h"
 #include "output/table_builder.h"
 #include "stathost/format.h"
 
@@ -18,9 +19,34 @@ std::string formatValue(double value) {
   return stathost::formatNumber(value, stathost::STAX_Format::FMT_FIXED, 10, 4);
 }
 
+namespace {
+
+// "1 case" or "12 cases".
+std::string casesText(long n) { return std::to_string(n) + (n == 1 ? " case" : " cases"); }
+
+}  // namespace
+
 int writeCaseSummary(const OutputContext& out) {
   const MediationSettings& s = out.settings;
   TableBuilder t(out.generator, "Case Processing Summary");
+  // The weight repairs of the case reading, so that the weight row can be reconciled:
+  // Removed is always Original minus Cleaned, which rounding can make negative.
+  if (!s.scaleWeightVar.empty() && s.casesDroppedForWeight > 0) {
+    t.footnote(casesText(s.casesDroppedForWeight) + (s.casesDroppedForWeight == 1 ? " was" : " were") +
+               " left out because " + (s.casesDroppedForWeight == 1 ? "its" : "their") +
+               " scale weight " + s.scaleWeightVar + " was below 0.5.");
+  }
+  if (!s.scaleWeightVar.empty() && s.weightsRounded > 0) {
+    std::string note = "Scale weights of " + casesText(s.weightsRounded) +
+                       " were rounded to whole numbers (halves away from zero); the Cleaned "
+                       "total weight is the sum of the rounded weights.";
+    const double removed = s.totalWeightRead - s.totalWeightValid;
+    if (removed < 0.0) {
+      note += " Rounding raised the total weight, so Removed (Original minus Cleaned) is "
+              "negative.";
+    }
+    t.footnote(note);
+  }
   for (const char* c : {"Metric", "Original", "Cleaned", "Removed"}) t.column(c);
   t.row(" ", {std::string("Sample Size"), Count{static_cast<double>(s.casesRead)},
               Count{static_cast<double>(s.casesValid)},
@@ -118,6 +144,12 @@ int writeExposureStatistics(const OutputContext& out) {
   const ReferencePoint& r = out.results.reference;
   const std::vector<std::string>& labels = out.results.covariateLabels;
   TableBuilder t(out.generator, "Exposure Level Comparison Statistics");
+  // a*, a-hat and m* are shown on the scale of the fitted models.
+  std::vector<std::string> notes;
+  addNotes(notes, {exposureTransformNote(out, NoteTarget::kReference),
+                   mediatorTransformNote(out, NoteTarget::kReference),
+                   mediatorScaleNote(out, NoteTarget::kReference)});
+  for (const std::string& note : notes) t.footnote(note);
   t.rowHeaderLabel("Parameter");
   t.column("Description");
   t.column("Value");

@@ -6,7 +6,9 @@
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <sstream>
+#include <tuple>
 
 #include "entry/medanlys_entry.h"
 #include "module_fixture.h"
@@ -239,6 +241,185 @@ TEST_F(ForestRowsWithoutModels, LabelTheMissingPaths) {
   EXPECT_FALSE(form.transposed);  // three rows fit side by side
   EXPECT_EQ(form.scale, ForestScale::kLinear);
   EXPECT_DOUBLE_EQ(form.totalEffect, 0.5);
+}
+
+// ---- intervals: level and kind ---------------------------------------------------------------
+
+json tablesAndChartsOf(std::shared_ptr<const stathost::Dataset> data, const std::string& command) {
+  stathost::HostSession& session = stathost::HostSession::instance();
+  session.setActiveDataset(std::move(data));
+  session.setCurrentCommand(command, 1, "test");
+  session.beginRun();
+  MEDANLYS();
+  const stathost::RunRecord record = session.endRun();
+  session.setActiveDataset(nullptr);
+  return record.items;
+}
+
+const json* itemTitled(const json& items, const std::string& title) {
+  for (const json& item : items) {
+    if (item["title"] == title) return &item;
+  }
+  return nullptr;
+}
+
+// The values of a chart's data column.
+json column(const json& chart, const std::string& name) {
+  for (const json& c : chart["data"]) {
+    if (c["name"] == name) return c["values"];
+  }
+  return json();
+}
+
+// After a successful bootstrap the forest plot shows the bootstrap limits of the tables, and
+// every interval in it is at the bootstrap's level, which the footnote states.
+TEST(ForestIntervals, BootstrapRunShowsTheBootstrapLimitsAtTheirLevel) {
+  const std::string head =
+      "MEDIATION ANALYSIS OUTCOMEVAR=Y MEDIATORVAR=M PREDICTORVAR=A(BLEVEL=0 ELEVEL=1) WITH C1 C2 "
+      "/MEDMODEL DISTRIBUTION=NORMAL /OUTMODEL DISTRIBUTION=NORMAL ";
+  const json items = tablesAndChartsOf(
+      testsupport::referenceData("nn_binA"),
+      head + "/CRITERIA CILEVEL=95 CITYPE=BOOTSTRAP COVB=MODEL ANALYSISTYPE=CAUSAL /PRINT "
+             "DECOMP_RESULTS /PLOT FOREST_PLOT /BOOTSTRAP CRITERIA(CILEVEL=90 NSAMPLES=500).");
+  const json* table = itemTitled(items, "Decomposition Analysis Results(Bootstrap method)");
+  const json* forest = itemTitled(items, "Mediation Analysis Forest Plot");
+  ASSERT_TRUE(table && forest);
+  EXPECT_TRUE(has(*forest, "GUIDE: text.footnote(label(\"90% Point Estimate  -Confidence "
+                           "Interval\"))"));
+  EXPECT_TRUE(has(*forest,
+                  "GUIDE: text.footnote(label(\"Effect limits are bootstrap percentile intervals; "
+                  "coefficient limits are normal-theory limits from the model covariance.\"))"));
+  // Effect rows: NIE is the 4th row of the chart (after three paths), 3rd of the table.
+  const json effect = column(*forest, "effect");
+  const json limits = column(*forest, "ciRange");
+  ASSERT_EQ(effect[6], "NIE (Natural Indirect)");
+  EXPECT_EQ(limits[6], (*table)["cells"][2][4]["value"]);
+  EXPECT_EQ(limits[7], (*table)["cells"][2][5]["value"]);
+  // Path rows at 90% too: the same as in a delta-method run at 90%.
+  const json delta = tablesAndChartsOf(
+      testsupport::referenceData("nn_binA"),
+      head + "/CRITERIA CILEVEL=90 CITYPE=DELTA COVB=MODEL ANALYSISTYPE=CAUSAL /PRINT /PLOT "
+             "FOREST_PLOT.");
+  const json* deltaForest = itemTitled(delta, "Mediation Analysis Forest Plot");
+  ASSERT_NE(deltaForest, nullptr);
+  for (int i = 0; i < 6; ++i) {
+    EXPECT_DOUBLE_EQ(limits[i].get<double>(), column(*deltaForest, "ciRange")[i].get<double>());
+  }
+}
+
+TEST(ForestIntervals, DeltaRunShowsTheCriteriaLevelWithoutAnIntervalNote) {
+  const json charts = chartsOf(
+      "nn_binA",
+      "MEDIATION ANALYSIS OUTCOMEVAR=Y MEDIATORVAR=M PREDICTORVAR=A(BLEVEL=0 ELEVEL=1) "
+      "/MEDMODEL DISTRIBUTION=NORMAL /OUTMODEL DISTRIBUTION=NORMAL /CRITERIA CILEVEL=90 "
+      "CITYPE=DELTA COVB=MODEL ANALYSISTYPE=CAUSAL /PRINT /PLOT FOREST_PLOT.");
+  ASSERT_EQ(charts.size(), 1u);
+  EXPECT_TRUE(has(charts[0], "GUIDE: text.footnote(label(\"90% Point Estimate  -Confidence "
+                             "Interval\"))"));
+  EXPECT_FALSE(has(charts[0], "bootstrap"));
+}
+
+// Error bars of the outcome proportions are at the CRITERIA level, as their footnote says.
+TEST(BarIntervals, ProportionLimitsAndFootnoteUseTheCriteriaLevel) {
+  const json charts = chartsOf(
+      "nb_logit",
+      "MEDIATION ANALYSIS OUTCOMEVAR=Y MEDIATORVAR=M PREDICTORVAR=A(BLEVEL=0 ELEVEL=1) "
+      "/MEDMODEL DISTRIBUTION=NORMAL /OUTMODEL DISTRIBUTION=BINOMIAL LINK=LOGIT /CRITERIA "
+      "CILEVEL=90 CITYPE=DELTA COVB=MODEL ANALYSISTYPE=CAUSAL /PRINT /PLOT BAR_PLOT.");
+  ASSERT_EQ(charts.size(), 1u);
+  EXPECT_TRUE(has(charts[0], "Grouped bars show proportions with 90% confidence intervals"));
+  const auto data = testsupport::referenceData("nb_logit");
+  const auto bars = medanlys::proportionsByQuartile(
+      testsupport::referenceColumn(*data, "M"), testsupport::referenceColumn(*data, "Y"),
+      medanlys::Vector(data->columns[0].numbers.size(), 1.0), 1.0, "Y", 90);
+  const json lower = column(charts[0], "ci_lower");
+  ASSERT_EQ(lower.size(), bars.size());
+  for (std::size_t i = 0; i < bars.size(); ++i)
+    EXPECT_DOUBLE_EQ(lower[i].get<double>(), bars[i].lower);
+}
+
+class ForestRowsFromResults : public testsupport::ModuleTest {
+ protected:
+  // The forest rows of hand-made results under the default settings, adjusted.
+  std::vector<medanlys::MediationForestPlot::Row> rows(
+      const std::function<void(medanlys::MediationSettings&, medanlys::MediationCaseData&)>&
+          adjust,
+      medanlys::ForestForm* form = nullptr) {
+    using namespace medanlys;
+    stathost::CommandDescriptor grammar("MEDIATION ANALYSIS");
+    CommandDescriptionBuilder builder(grammar);
+    for (int i = 0; i < CommandDescriptionBuilder::kSubcommandCount; ++i) builder.declare(i);
+    stathost::STAX_TokenSequence tokens(
+        testsupport::validCommand("", "", "", "", " /PLOT FOREST_PLOT(PATH_COEFFICIENTS=FALSE)"),
+        1);
+    stathost::CommandSpec parsed;
+    stathost::UniversalParser parser(tokens, parsed, grammar);
+    EXPECT_EQ(parser.getCommandSpecifications(), 0);
+    stathost::ProcedureDataSource source;
+    MediationSettings settings(parsed, grammar, source);
+    for (int i = 0; i < CommandDescriptionBuilder::kSubcommandCount; ++i)
+      settings.prepareInputSetting(i);
+    MediationCaseData results;
+    results.effects["NIE"] = EffectInference{0.5, 0.1, 5.0, 0.0, 0.3, 0.7};
+    adjust(settings, results);
+    stathost::StatJSONGenerator generator("Mediation Analysis");
+    const OutputContext out{generator, settings, results};
+    auto r = forestRows(out);
+    if (form) *form = forestForm(out, r.size());
+    return r;
+  }
+};
+
+TEST_F(ForestRowsFromResults, ShowTheBootstrapIntervalTheUserChose) {
+  using namespace medanlys;
+  for (const auto& [interval, lower, upper, name] :
+       std::vector<std::tuple<BootstrapInterval, double, double, std::string>>{
+           {BootstrapInterval::kPercentile, 0.1, 0.9, "percentile"},
+           {BootstrapInterval::kBca, 0.2, 0.8, "bias-corrected and accelerated (BCa)"},
+           {BootstrapInterval::kNormal, 0.25, 0.75, "normal-approximation"}}) {
+    ForestForm form;
+    const auto r = rows(
+        [&](MediationSettings& s, MediationCaseData& results) {
+          s.bootstrapInterval = interval;
+          s.bootstrapGiven = true;
+          s.bootstrapCiLevel = 80;
+          results.flags[FLAG_BOOTSTRAP_SUCCEEDED] = true;
+          results.bootstrap["NIE"] = {{"estimate", 0.5},          {"percentile_ci_lower", 0.1},
+                                      {"percentile_ci_upper", 0.9}, {"bca_ci_lower", 0.2},
+                                      {"bca_ci_upper", 0.8},        {"normal_ci_lower", 0.25},
+                                      {"normal_ci_upper", 0.75}};
+        },
+        &form);
+    ASSERT_EQ(r.size(), 1u);
+    EXPECT_EQ(r[0].lower, lower) << name;
+    EXPECT_EQ(r[0].upper, upper) << name;
+    EXPECT_EQ(form.level, 80);
+    EXPECT_EQ(form.notes,
+              std::vector<std::string>{"Effect limits are bootstrap " + name + " intervals."});
+  }
+  // Without a successful bootstrap: the delta-method limits at the CRITERIA level.
+  ForestForm form;
+  const auto r = rows([](MediationSettings&, MediationCaseData&) {}, &form);
+  EXPECT_EQ(r[0].lower, 0.3);
+  EXPECT_EQ(form.level, 95);
+  EXPECT_TRUE(form.notes.empty());
+}
+
+TEST_F(ForestRowsFromResults, ReflectedOutcomeIsNotedUnderTheChart) {
+  using namespace medanlys;
+  ForestForm form;
+  rows(
+      [](MediationSettings&, MediationCaseData& results) {
+        TransformationRecord t;
+        t.name = "reflected_log";
+        t.maximum = 4.0;
+        results.transformations["Outcome"] = t;
+      },
+      &form);
+  EXPECT_EQ(form.notes, std::vector<std::string>{
+                            "The outcome y was transformed to log(5 - y) for its skewness: higher "
+                            "values on this scale are lower values of y. Effects are on the "
+                            "transformed scale and their signs are reversed relative to y."});
 }
 
 }  // namespace

@@ -3,8 +3,11 @@
 
 #include <functional>
 
+#include "entry/medanlys_entry.h"
 #include "module_fixture.h"
 #include "output/output_context.h"
+#include "reference_data.h"
+#include "stathost/host_session.h"
 #include "stathost/universal_parser.h"
 #include "syntax/command_description_builder.h"
 
@@ -63,7 +66,8 @@ TEST_F(Interpretation, RatioVariantWithMediatorWording) {
       table("OUTCOMEVAR=bin MEDIATORVAR=m PREDICTORVAR=x", "", "DISTRIBUTION=BINOMIAL LINK=LOGIT",
             {{"OR_NDE", 1.0}, {"OR_NIE", 0.8}, {"OR_TE", 0.8}, {"PM", 50}});
   EXPECT_EQ(t["cells"][0][0]["text"], "Outcome \u2014 binary");
-  EXPECT_EQ(t["cells"][0][2]["text"], "Mediator: m (reference 0, event 1)");
+  // Each coding beside its own variable: the codes belong to the outcome.
+  EXPECT_EQ(t["cells"][0][2]["text"], "Mediator: m; Outcome: bin (reference 0, event 1)");
   EXPECT_EQ(t["cells"][1][2]["text"], "Exposure has no effect (ratio = 1.0)");
   EXPECT_EQ(t["cells"][2][2]["text"],
             "Through mediator ('x'\u2192'm'): decreases odds by 20.0000%");
@@ -122,6 +126,80 @@ TEST_F(Interpretation, LogisticMediatorTable) {
   EXPECT_EQ(t["columns"], columns);
   EXPECT_EQ(t["rows"], rows);
   EXPECT_TRUE(t["footnotes"].empty());
+}
+
+// An outcome on the reflected log scale: the sentences give the size on that scale and say
+// which way the effect goes on the outcome itself.
+TEST_F(Interpretation, ReflectedOutcomeSentencesSpeakOfTheOriginalDirection) {
+  const json t = write("", "", "", [](const OutputContext& out, MediationCaseData& results) {
+    TransformationRecord reflected;
+    reflected.name = "reflected_log";
+    reflected.skewness = -2.1;
+    reflected.minimum = 0.0;
+    reflected.maximum = 10.0;
+    results.transformations["Outcome"] = reflected;
+    results.effects["NDE"].estimate = -0.1389;
+    results.effects["NIE"].estimate = 0.25;
+    writeEffectInterpretation(out);
+  });
+  EXPECT_EQ(t["cells"][1][2]["text"],
+            "Exposure decreases the outcome by 0.1389 units of log(11 - y), a reversed scale: that "
+            "is, it raises y");
+  EXPECT_EQ(t["cells"][2][2]["text"],
+            "Through mediator ('x'\u2192'm'): increases by 0.2500 units of log(11 - y), a reversed "
+            "scale: that is, it lowers y");
+  EXPECT_EQ(t["footnotes"][0]["text"],
+            "The outcome y was transformed to log(11 - y) for its skewness: higher values on this "
+            "scale are lower values of y. Effects are on the transformed scale and their signs "
+            "are reversed relative to y.");
+}
+
+TEST_F(Interpretation, LogOutcomeSentencesNameTheScale) {
+  const json t = write("", "", "", [](const OutputContext& out, MediationCaseData& results) {
+    results.transformations["Outcome"].name = "log";
+    results.effects["NDE"].estimate = 0.25;
+    results.effects["NIE"].estimate = -0.5;
+    writeEffectInterpretation(out);
+  });
+  EXPECT_EQ(t["cells"][1][2]["text"], "Exposure increases the outcome by 0.2500 units of log(y)");
+  EXPECT_EQ(t["cells"][2][2]["text"],
+            "Through mediator ('x'\u2192'm'): decreases by 0.5000 units of log(y)");
+  EXPECT_EQ(t["footnotes"][0]["text"],
+            "The outcome y was transformed to log(y) for its skewness. Effects are on the "
+            "transformed scale.");
+}
+
+// The caption of a real run shows the outcome's codes as the data hold them.
+json interpretationOf(std::vector<stathost::Column> columns, const std::string& command) {
+  testsupport::ActiveData active(std::move(columns));
+  stathost::HostSession& session = stathost::HostSession::instance();
+  session.setCurrentCommand(command, 1, "test");
+  session.beginRun();
+  MEDANLYS();
+  const stathost::RunRecord record = session.endRun();
+  for (const json& item : record.items) {
+    if (item["type"] == "table" && item["title"] == "Effect Interpretation") return item;
+  }
+  return json();
+}
+
+TEST(InterpretationCaption, BinaryOutcomeCodesAreTheDataValuesBesideTheOutcome) {
+  std::vector<stathost::Column> columns = testsupport::referenceData("nb_logit")->columns;
+  for (stathost::Column& c : columns) {
+    if (c.name != "Y") continue;
+    for (double& y : c.numbers) y += 1.0;  // coded 1 and 2
+  }
+  const std::string head =
+      "MEDIATION ANALYSIS OUTCOMEVAR=Y MEDIATORVAR=M PREDICTORVAR=A(BLEVEL=0 ELEVEL=1)";
+  const std::string tail =
+      " /MEDMODEL DISTRIBUTION=NORMAL /OUTMODEL DISTRIBUTION=BINOMIAL LINK=LOGIT /CRITERIA "
+      "CILEVEL=95 CITYPE=DELTA COVB=MODEL ANALYSISTYPE=CAUSAL /PRINT.";
+  const json first = interpretationOf(columns, head + tail);
+  ASSERT_FALSE(first.is_null());
+  EXPECT_EQ(first["cells"][0][2]["text"], "Mediator: M; Outcome: Y (reference 1, event 2)");
+  const json last = interpretationOf(columns, head + " OUT_REFERENCE=LAST" + tail);
+  ASSERT_FALSE(last.is_null());
+  EXPECT_EQ(last["cells"][0][2]["text"], "Mediator: M; Outcome: Y (reference 2, event 1)");
 }
 
 }  // namespace
