@@ -192,43 +192,63 @@ inline std::string mediatorScaleNote(const OutputContext& out, NoteTarget target
 // ---- case weights --------------------------------------------------------------------------
 
 // What the scale weight does in a table's numbers, in one sentence; "" without a weight.
-// Linear models count a case of weight k as k cases in the estimates and the robust
+// Linear models count a case of weight k as k cases in the coefficients and the robust
 // (HC0) covariance, but their residual variance divides by the number of cases, so the
 // model-based covariance is that of weights rescaled to sum to the number of cases. The
-// logistic and generalised linear models count weights as cases throughout. The bootstrap
-// draws as many cases as there are, so its spread is that of the number of cases.
+// logistic and generalised linear models count weights as cases throughout. The ratio
+// effects of a continuous mediator with a binary or count outcome contain the mediator
+// model's residual variance, and so its divisor. The bootstrap draws as many cases as
+// there are, so its spread is that of the number of cases.
 enum class WeightNoteFor { kLinearModel, kGlmModel, kDeltaEffects, kBootstrapEffects };
 
 inline std::string weightNote(const OutputContext& out, WeightNoteFor target) {
   const MediationSettings& s = out.settings;
   if (s.scaleWeightVar.empty()) return "";
   const std::string head = "Cases are weighted by " + s.scaleWeightVar + ": ";
-  const std::string cases = std::to_string(s.casesValid) + " cases";
+  const std::string cases = "the " + std::to_string(s.casesValid) + " cases";
   const std::string total = "the total weight " + notes_detail::brief(s.totalWeightValid);
-  const std::string counts = "a case of weight k counts as k cases in the estimates";
+  const std::string counts = "a case of weight k counts as k cases in the ";
+  const bool modelBased = s.covb == COVB_MODEL;
+  const bool linearMediator = s.mediatorDistribution != BINOMIAL;
+  const bool linearOutcome = s.outcomeDistribution == NORMAL;
+  // The ratio effects of a continuous mediator contain its model's residual variance.
+  const bool varianceInEffects = linearMediator && !linearOutcome;
+  const std::string variance = "the mediator model's residual variance (part of the ratio effects)";
   switch (target) {
     case WeightNoteFor::kGlmModel:
-      return head + counts + " and in both standard errors.";
+      return head + counts + "estimates and in both standard errors.";
     case WeightNoteFor::kLinearModel:
-      return head + counts + " and the robust SEs, but the model-based SEs take the sample size "
-                             "as the " +
+      return head + counts + "estimates and the robust SEs, but the model-based SEs take the "
+                             "sample size as " +
              cases + ", not " + total + ".";
     case WeightNoteFor::kBootstrapEffects:
-      return head + counts + "; each resample draws " + cases +
-             ", so the bootstrap limits reflect a sample of that size, not " + total + ".";
+      if (varianceInEffects) {
+        return head + counts + "coefficients, but " + variance + " takes the sample size as " +
+               cases + "; each resample draws as many cases, so the bootstrap limits reflect a "
+                       "sample of that size, not " +
+               total + ".";
+      }
+      return head + counts + "estimates; each resample draws " +
+             std::to_string(s.casesValid) +
+             " cases, so the bootstrap limits reflect a sample of that size, not " + total + ".";
     default: {
       // The delta method uses the covariance COVB names of both models.
-      const bool modelBased = s.covb == COVB_MODEL;
-      const bool linearMediator = s.mediatorDistribution != BINOMIAL;
-      const bool linearOutcome = s.outcomeDistribution == NORMAL;
+      if (varianceInEffects) {
+        return modelBased ? head + counts + "coefficients, but " + variance +
+                                " and its model-based covariance take the sample size as " +
+                                cases + ", not " + total + "."
+                          : head + counts + "coefficients and their robust covariance, but " +
+                                variance + " takes the sample size as " + cases + ", not " +
+                                total + ".";
+      }
       if (!modelBased || (!linearMediator && !linearOutcome)) {
-        return head + counts + " and in the standard errors.";
+        return head + counts + "estimates and in the standard errors.";
       }
       const std::string which = linearMediator && linearOutcome ? "linear models"
                                 : linearMediator                ? "linear mediator model"
                                                                 : "linear outcome model";
-      return head + counts + "; the model-based covariance of the " + which +
-             " takes the sample size as the " + cases + ", not " + total + ".";
+      return head + counts + "estimates; the model-based covariance of the " + which +
+             " takes the sample size as " + cases + ", not " + total + ".";
     }
   }
 }

@@ -577,6 +577,38 @@ INSTANTIATE_TEST_SUITE_P(
                      "\u00b1 z \u00d7 bootstrap SE; for a ratio, on the log scale)."}),
     [](const ::testing::TestParamInfo<IntervalCase>& param) { return param.param.name; });
 
+// The command chooses the interval; the default run shows and names the percentile one.
+TEST(BootstrapIntervalShownByCommand, IntervalKeywordChoosesTheLimitsAndTheirNote) {
+  const std::string head =
+      "MEDIATION ANALYSIS OUTCOMEVAR=Y MEDIATORVAR=M PREDICTORVAR=A(BLEVEL=0 ELEVEL=1) "
+      "/MEDMODEL DISTRIBUTION=NORMAL /OUTMODEL DISTRIBUTION=NORMAL /CRITERIA CILEVEL=95 "
+      "CITYPE=BOOTSTRAP COVB=MODEL ANALYSISTYPE=CAUSAL /PRINT DECOMP_RESULTS /BOOTSTRAP "
+      "CRITERIA(CILEVEL=95 NSAMPLES=400";
+  const std::string title = "Decomposition Analysis Results(Bootstrap method)";
+  const json defaultRun = runReference(head + ").");
+  const json* plain = tableTitled(defaultRun, title);
+  ASSERT_NE(plain, nullptr);
+  EXPECT_EQ((*plain)["footnotes"][1]["text"], "Limits shown are bootstrap percentile intervals.");
+  const json normalRun = runReference(head + " INTERVAL=NORMAL).");
+  const json* normal = tableTitled(normalRun, title);
+  ASSERT_NE(normal, nullptr);
+  EXPECT_EQ((*normal)["footnotes"][1]["text"],
+            "Limits shown are bootstrap normal-approximation intervals (estimate \u00b1 z \u00d7 "
+            "bootstrap SE; for a ratio, on the log scale).");
+  // The normal interval is centred on the estimate, 1.96 bootstrap SEs either side.
+  constexpr double kNormalTol = 1e-3;  // z to three decimals
+  for (const json& row : (*normal)["cells"]) {
+    const double estimate = row[0]["value"], se = row[1]["value"];
+    EXPECT_NEAR(row[4]["value"].get<double>(), estimate - 1.96 * se, kNormalTol * se);
+    EXPECT_NEAR(row[5]["value"].get<double>(), estimate + 1.96 * se, kNormalTol * se);
+  }
+  const json bcaRun = runReference(head + " INTERVAL=BCA).");
+  const json* bca = tableTitled(bcaRun, title);
+  ASSERT_NE(bca, nullptr);
+  EXPECT_EQ((*bca)["footnotes"][1]["text"],
+            "Limits shown are bootstrap bias-corrected and accelerated (BCa) intervals.");
+}
+
 // ---- case processing summary with weight repairs ---------------------------------------------
 
 TEST(CaseSummaryWeights, RemovedIsTheDifferenceAndTheRepairsAreFootnoted) {
@@ -764,8 +796,24 @@ INSTANTIATE_TEST_SUITE_P(
                    "DISTRIBUTION=BINOMIAL LINK=LOGIT", "MODEL",
                    "Decomposition Analysis (Delta method)", false,
                    "Cases are weighted by W: a case of weight k counts as k cases in the "
-                   "estimates; the model-based covariance of the linear mediator model takes "
-                   "the sample size as the 250 cases, not the total weight 412.5."},
+                   "coefficients, but the mediator model's residual variance (part of the ratio "
+                   "effects) and its model-based covariance take the sample size as the 250 "
+                   "cases, not the total weight 412.5."},
+        WeightCase{"DeltaWithLinearMediatorOnlyRobust", "DISTRIBUTION=NORMAL",
+                   "DISTRIBUTION=BINOMIAL LINK=LOGIT", "ROBUST",
+                   "Decomposition Analysis (Delta method)", false,
+                   "Cases are weighted by W: a case of weight k counts as k cases in the "
+                   "coefficients and their robust covariance, but the mediator model's residual "
+                   "variance (part of the ratio effects) takes the sample size as the 250 cases, "
+                   "not the total weight 412.5."},
+        WeightCase{"BootstrapWithLinearMediatorOnly", "DISTRIBUTION=NORMAL",
+                   "DISTRIBUTION=BINOMIAL LINK=LOGIT", "MODEL",
+                   "Decomposition Analysis Results(Bootstrap method)", true,
+                   "Cases are weighted by W: a case of weight k counts as k cases in the "
+                   "coefficients, but the mediator model's residual variance (part of the ratio "
+                   "effects) takes the sample size as the 250 cases; each resample draws as many "
+                   "cases, so the bootstrap limits reflect a sample of that size, not the total "
+                   "weight 412.5."},
         WeightCase{"DeltaRobust", "DISTRIBUTION=NORMAL", "DISTRIBUTION=NORMAL", "ROBUST",
                    "Decomposition Analysis (Delta method)", false,
                    "Cases are weighted by W: a case of weight k counts as k cases in the "
