@@ -61,7 +61,8 @@ std::string outcomeScaleWords(const OutputContext& out, double estimate) {
   const std::string& y = out.settings.outcomeVar;
   std::string words = " of " + transformedFormula(*t, y);
   if (reflected(t) && estimate != 0.0 && std::isfinite(estimate)) {
-    words += ", a reversed scale: that is, it " + std::string(estimate > 0 ? "lowers " : "raises ") + y;
+    words +=
+        ", a reversed scale: that is, it " + std::string(estimate > 0 ? "lowers " : "raises ") + y;
   }
   return words;
 }
@@ -83,10 +84,10 @@ int writeEffectInterpretation(const OutputContext& out) {
     t.row(" ", {std::string("Outcome \u2014 continuous (linear scale)"), std::string(" "),
                 "Mediator: " + s.mediatorVar});
     const double nde = estimateOf(out, "NDE"), nie = estimateOf(out, "NIE");
-    t.row(" ", {std::string("Direct Effect (NDE)"), nde,
-                std::string("Exposure ") + (nde > 0 ? "increases" : "decreases") +
-                    " the outcome by " + formatValue(std::fabs(nde)) + " units" +
-                    outcomeScaleWords(out, nde)});
+    t.row(" ",
+          {std::string("Direct Effect (NDE)"), nde,
+           std::string("Exposure ") + (nde > 0 ? "increases" : "decreases") + " the outcome by " +
+               formatValue(std::fabs(nde)) + " units" + outcomeScaleWords(out, nde)});
     t.row(" ", {std::string("Indirect Effect (NIE)"), nie,
                 "Through mediator " + path + ": " + (nie > 0 ? "increases" : "decreases") + " by " +
                     formatValue(std::fabs(nie)) + " units" + outcomeScaleWords(out, nie)});

@@ -33,8 +33,7 @@ namespace {
 
 // What was done to the model's variables before fitting, and what the weights do in its
 // numbers: the footnotes every table of a model's coefficients carries.
-std::vector<std::string> modelNotes(const OutputContext& out, bool outcome,
-                                    WeightNoteFor weights) {
+std::vector<std::string> modelNotes(const OutputContext& out, bool outcome, WeightNoteFor weights) {
   std::vector<std::string> notes;
   addNotes(notes, {exposureTransformNote(out, NoteTarget::kModel),
                    mediatorTransformNote(out, NoteTarget::kModel),
@@ -81,15 +80,15 @@ int writeCovariance(const OutputContext& out, bool outcome) {
   const bool glm = outcome ? s.outcomeDistribution != NORMAL : s.mediatorDistribution == BINOMIAL;
   const WlsFit& fit = outcome ? out.results.outcomeFit : out.results.mediatorFit;
   const GlmFit& glmFit = outcome ? out.results.outcomeGlmFit : out.results.mediatorLogisticFit;
-  const Matrix& cov = glm ? (robust ? glmFit.covRobust : glmFit.covModel)
-                          : (robust ? fit.covRobust : fit.covModel);
+  const Matrix& cov =
+      glm ? (robust ? glmFit.covRobust : glmFit.covModel) : (robust ? fit.covRobust : fit.covModel);
   const std::size_t order = cov.size1();
   const std::size_t shown = std::min(order, kMaxCovarianceOrder);
   // One label per parameter of the model as the command defines it (intercept, exposure,
   // mediator and interaction for the outcome, one per covariate column); labels that do
   // not match the matrix leave the extra rows and columns their index.
-  const std::size_t parameters = (outcome ? (s.interaction ? 4 : 3) : 2) +
-                                 out.results.covariateLabels.size();
+  const std::size_t parameters =
+      (outcome ? (s.interaction ? 4 : 3) : 2) + out.results.covariateLabels.size();
   std::vector<std::string> labels = parameterLabels(s, outcome, parameters, false);
   labels.resize(parameters);
   const bool mismatch = labels.size() != order;
@@ -165,8 +164,7 @@ const std::vector<double>& outcomeCoefficients(const OutputContext& out) {
 
 int writeLogisticMediatorModel(const OutputContext& out, const GlmModelTable& model) {
   TableBuilder t(out.generator, "Mediation Regression Model Summary");
-  for (const std::string& note : modelNotes(out, false, WeightNoteFor::kGlmModel))
-    t.footnote(note);
+  for (const std::string& note : modelNotes(out, false, WeightNoteFor::kGlmModel)) t.footnote(note);
   t.rowHeaderLabel("Parameter");
   for (const char* c : {"Estimate", "Robust SE", "Model SE", "OR"}) t.column(c);
   t.columnGroup(confidenceIntervalLabel(out.settings.ciLevel), {"Lower", "Upper"});

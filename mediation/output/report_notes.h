@@ -117,8 +117,9 @@ inline std::string exposureTransformNote(const OutputContext& out, NoteTarget ta
     case NoteTarget::kReference:
       return note + ": a* and a-hat are shown on that scale.";
     default:
-      return note + ": the control and treatment levels were carried to that scale, so the "
-                    "effects compare the levels as given.";
+      return note +
+             ": the control and treatment levels were carried to that scale, so the "
+             "effects compare the levels as given.";
   }
 }
 
@@ -134,8 +135,7 @@ inline std::string mediatorTransformNote(const OutputContext& out, NoteTarget ta
     case NoteTarget::kModel:
       return note + (reflected(t) ? ", and" : ":") + " coefficients involving " + m +
              " are on the transformed scale" +
-             (reflected(t) ? ", with their signs reversed relative to " + m : std::string()) +
-             ".";
+             (reflected(t) ? ", with their signs reversed relative to " + m : std::string()) + ".";
     case NoteTarget::kReference:
       return note + (reflected(t) ? "; " : ": ") + "m* is shown on the transformed scale.";
     default:
@@ -151,8 +151,8 @@ inline std::string outcomeTransformNote(const OutputContext& out, NoteTarget tar
   const TransformationRecord* t = transformationOf(out, "Outcome");
   if (!t) return "";
   const std::string& y = out.settings.outcomeVar;
-  std::string note = "The outcome " + y + " was transformed to " + transformedFormula(*t, y) +
-                     " for its skewness";
+  std::string note =
+      "The outcome " + y + " was transformed to " + transformedFormula(*t, y) + " for its skewness";
   if (target == NoteTarget::kProportions) {
     // A proportion divides two effects on the same scale: a reflection reverses both.
     return note + (reflected(t) ? ": higher values on this scale are lower values of " + y +
@@ -175,11 +175,11 @@ inline std::string outcomeTransformNote(const OutputContext& out, NoteTarget tar
 // "The mediator M was divided by 100 before fitting; ..." or "" when it was not scaled.
 inline std::string mediatorScaleNote(const OutputContext& out, NoteTarget target) {
   const double factor = out.results.mediatorScale;
-  if (!(factor != 1.0) || !std::isfinite(factor) || factor <= 0.0) return "";
+  if (factor == 1.0 || !std::isfinite(factor) || factor <= 0.0) return "";
   const std::string& m = out.settings.mediatorVar;
   const TransformationRecord* t = transformationOf(out, "Mediator");
-  const std::string what = t ? "The transformed mediator " + transformedFormula(*t, m)
-                             : "The mediator " + m;
+  const std::string what =
+      t ? "The transformed mediator " + transformedFormula(*t, m) : "The mediator " + m;
   const std::string by = notes_detail::brief(factor);
   if (target == NoteTarget::kReference) {
     return what + " was divided by " + by + " before fitting; m* is shown on that scale (" + by +
@@ -218,28 +218,29 @@ inline std::string weightNote(const OutputContext& out, WeightNoteFor target) {
     case WeightNoteFor::kGlmModel:
       return head + counts + "estimates and in both standard errors.";
     case WeightNoteFor::kLinearModel:
-      return head + counts + "estimates and the robust SEs, but the model-based SEs take the "
-                             "sample size as " +
+      return head + counts +
+             "estimates and the robust SEs, but the model-based SEs take the "
+             "sample size as " +
              cases + ", not " + total + ".";
     case WeightNoteFor::kBootstrapEffects:
       if (varianceInEffects) {
         return head + counts + "coefficients, but " + variance + " takes the sample size as " +
-               cases + "; each resample draws as many cases, so the bootstrap limits reflect a "
-                       "sample of that size, not " +
+               cases +
+               "; each resample draws as many cases, so the bootstrap limits reflect a "
+               "sample of that size, not " +
                total + ".";
       }
-      return head + counts + "estimates; each resample draws " +
-             std::to_string(s.casesValid) +
+      return head + counts + "estimates; each resample draws " + std::to_string(s.casesValid) +
              " cases, so the bootstrap limits reflect a sample of that size, not " + total + ".";
     default: {
       // The delta method uses the covariance COVB names of both models.
       if (varianceInEffects) {
-        return modelBased ? head + counts + "coefficients, but " + variance +
-                                " and its model-based covariance take the sample size as " +
-                                cases + ", not " + total + "."
-                          : head + counts + "coefficients and their robust covariance, but " +
-                                variance + " takes the sample size as " + cases + ", not " +
-                                total + ".";
+        return modelBased
+                   ? head + counts + "coefficients, but " + variance +
+                         " and its model-based covariance take the sample size as " + cases +
+                         ", not " + total + "."
+                   : head + counts + "coefficients and their robust covariance, but " + variance +
+                         " takes the sample size as " + cases + ", not " + total + ".";
       }
       if (!modelBased || (!linearMediator && !linearOutcome)) {
         return head + counts + "estimates and in the standard errors.";

@@ -32,9 +32,10 @@ int writeCaseSummary(const OutputContext& out) {
   // The weight repairs of the case reading, so that the weight row can be reconciled:
   // Removed is always Original minus Cleaned, which rounding can make negative.
   if (!s.scaleWeightVar.empty() && s.casesDroppedForWeight > 0) {
-    t.footnote(casesText(s.casesDroppedForWeight) + (s.casesDroppedForWeight == 1 ? " was" : " were") +
-               " left out because " + (s.casesDroppedForWeight == 1 ? "its" : "their") +
-               " scale weight " + s.scaleWeightVar + " was below 0.5.");
+    t.footnote(casesText(s.casesDroppedForWeight) +
+               (s.casesDroppedForWeight == 1 ? " was" : " were") + " left out because " +
+               (s.casesDroppedForWeight == 1 ? "its" : "their") + " scale weight " +
+               s.scaleWeightVar + " was below 0.5.");
   }
   if (!s.scaleWeightVar.empty() && s.weightsRounded > 0) {
     std::string note = "Scale weights of " + casesText(s.weightsRounded) +
@@ -42,8 +43,9 @@ int writeCaseSummary(const OutputContext& out) {
                        "total weight is the sum of the rounded weights.";
     const double removed = s.totalWeightRead - s.totalWeightValid;
     if (removed < 0.0) {
-      note += " Rounding raised the total weight, so Removed (Original minus Cleaned) is "
-              "negative.";
+      note +=
+          " Rounding raised the total weight, so Removed (Original minus Cleaned) is "
+          "negative.";
     }
     t.footnote(note);
   }

@@ -279,13 +279,15 @@ TEST(ForestIntervals, BootstrapRunShowsTheBootstrapLimitsAtTheirLevel) {
       "/MEDMODEL DISTRIBUTION=NORMAL /OUTMODEL DISTRIBUTION=NORMAL ";
   const json items = tablesAndChartsOf(
       testsupport::referenceData("nn_binA"),
-      head + "/CRITERIA CILEVEL=95 CITYPE=BOOTSTRAP COVB=MODEL ANALYSISTYPE=CAUSAL /PRINT "
-             "DECOMP_RESULTS /PLOT FOREST_PLOT /BOOTSTRAP CRITERIA(CILEVEL=90 NSAMPLES=500).");
+      head +
+          "/CRITERIA CILEVEL=95 CITYPE=BOOTSTRAP COVB=MODEL ANALYSISTYPE=CAUSAL /PRINT "
+          "DECOMP_RESULTS /PLOT FOREST_PLOT /BOOTSTRAP CRITERIA(CILEVEL=90 NSAMPLES=500).");
   const json* table = itemTitled(items, "Decomposition Analysis Results(Bootstrap method)");
   const json* forest = itemTitled(items, "Mediation Analysis Forest Plot");
   ASSERT_TRUE(table && forest);
-  EXPECT_TRUE(has(*forest, "GUIDE: text.footnote(label(\"90% Point Estimate  -Confidence "
-                           "Interval\"))"));
+  EXPECT_TRUE(has(*forest,
+                  "GUIDE: text.footnote(label(\"90% Point Estimate  -Confidence "
+                  "Interval\"))"));
   EXPECT_TRUE(has(*forest,
                   "GUIDE: text.footnote(label(\"Effect limits are bootstrap percentile intervals; "
                   "coefficient limits are normal-theory limits from the model covariance.\"))"));
@@ -298,8 +300,9 @@ TEST(ForestIntervals, BootstrapRunShowsTheBootstrapLimitsAtTheirLevel) {
   // Path rows at 90% too: the same as in a delta-method run at 90%.
   const json delta = tablesAndChartsOf(
       testsupport::referenceData("nn_binA"),
-      head + "/CRITERIA CILEVEL=90 CITYPE=DELTA COVB=MODEL ANALYSISTYPE=CAUSAL /PRINT /PLOT "
-             "FOREST_PLOT.");
+      head +
+          "/CRITERIA CILEVEL=90 CITYPE=DELTA COVB=MODEL ANALYSISTYPE=CAUSAL /PRINT /PLOT "
+          "FOREST_PLOT.");
   const json* deltaForest = itemTitled(delta, "Mediation Analysis Forest Plot");
   ASSERT_NE(deltaForest, nullptr);
   for (int i = 0; i < 6; ++i) {
@@ -308,24 +311,25 @@ TEST(ForestIntervals, BootstrapRunShowsTheBootstrapLimitsAtTheirLevel) {
 }
 
 TEST(ForestIntervals, DeltaRunShowsTheCriteriaLevelWithoutAnIntervalNote) {
-  const json charts = chartsOf(
-      "nn_binA",
-      "MEDIATION ANALYSIS OUTCOMEVAR=Y MEDIATORVAR=M PREDICTORVAR=A(BLEVEL=0 ELEVEL=1) "
-      "/MEDMODEL DISTRIBUTION=NORMAL /OUTMODEL DISTRIBUTION=NORMAL /CRITERIA CILEVEL=90 "
-      "CITYPE=DELTA COVB=MODEL ANALYSISTYPE=CAUSAL /PRINT /PLOT FOREST_PLOT.");
+  const json charts =
+      chartsOf("nn_binA",
+               "MEDIATION ANALYSIS OUTCOMEVAR=Y MEDIATORVAR=M PREDICTORVAR=A(BLEVEL=0 ELEVEL=1) "
+               "/MEDMODEL DISTRIBUTION=NORMAL /OUTMODEL DISTRIBUTION=NORMAL /CRITERIA CILEVEL=90 "
+               "CITYPE=DELTA COVB=MODEL ANALYSISTYPE=CAUSAL /PRINT /PLOT FOREST_PLOT.");
   ASSERT_EQ(charts.size(), 1u);
-  EXPECT_TRUE(has(charts[0], "GUIDE: text.footnote(label(\"90% Point Estimate  -Confidence "
-                             "Interval\"))"));
+  EXPECT_TRUE(has(charts[0],
+                  "GUIDE: text.footnote(label(\"90% Point Estimate  -Confidence "
+                  "Interval\"))"));
   EXPECT_FALSE(has(charts[0], "bootstrap"));
 }
 
 // Error bars of the outcome proportions are at the CRITERIA level, as their footnote says.
 TEST(BarIntervals, ProportionLimitsAndFootnoteUseTheCriteriaLevel) {
-  const json charts = chartsOf(
-      "nb_logit",
-      "MEDIATION ANALYSIS OUTCOMEVAR=Y MEDIATORVAR=M PREDICTORVAR=A(BLEVEL=0 ELEVEL=1) "
-      "/MEDMODEL DISTRIBUTION=NORMAL /OUTMODEL DISTRIBUTION=BINOMIAL LINK=LOGIT /CRITERIA "
-      "CILEVEL=90 CITYPE=DELTA COVB=MODEL ANALYSISTYPE=CAUSAL /PRINT /PLOT BAR_PLOT.");
+  const json charts =
+      chartsOf("nb_logit",
+               "MEDIATION ANALYSIS OUTCOMEVAR=Y MEDIATORVAR=M PREDICTORVAR=A(BLEVEL=0 ELEVEL=1) "
+               "/MEDMODEL DISTRIBUTION=NORMAL /OUTMODEL DISTRIBUTION=BINOMIAL LINK=LOGIT /CRITERIA "
+               "CILEVEL=90 CITYPE=DELTA COVB=MODEL ANALYSISTYPE=CAUSAL /PRINT /PLOT BAR_PLOT.");
   ASSERT_EQ(charts.size(), 1u);
   EXPECT_TRUE(has(charts[0], "Grouped bars show proportions with 90% confidence intervals"));
   const auto data = testsupport::referenceData("nb_logit");
@@ -342,8 +346,7 @@ class ForestRowsFromResults : public testsupport::ModuleTest {
  protected:
   // The forest rows of hand-made results under the default settings, adjusted.
   std::vector<medanlys::MediationForestPlot::Row> rows(
-      const std::function<void(medanlys::MediationSettings&, medanlys::MediationCaseData&)>&
-          adjust,
+      const std::function<void(medanlys::MediationSettings&, medanlys::MediationCaseData&)>& adjust,
       medanlys::ForestForm* form = nullptr) {
     using namespace medanlys;
     stathost::CommandDescriptor grammar("MEDIATION ANALYSIS");
@@ -384,10 +387,10 @@ TEST_F(ForestRowsFromResults, ShowTheBootstrapIntervalTheUserChose) {
           s.bootstrapGiven = true;
           s.bootstrapCiLevel = 80;
           results.flags[FLAG_BOOTSTRAP_SUCCEEDED] = true;
-          results.bootstrap["NIE"] = {{"estimate", 0.5},          {"percentile_ci_lower", 0.1},
-                                      {"percentile_ci_upper", 0.9}, {"bca_ci_lower", 0.2},
-                                      {"bca_ci_upper", 0.8},        {"normal_ci_lower", 0.25},
-                                      {"normal_ci_upper", 0.75}};
+          results.bootstrap["NIE"] = {
+              {"estimate", 0.5},        {"percentile_ci_lower", 0.1}, {"percentile_ci_upper", 0.9},
+              {"bca_ci_lower", 0.2},    {"bca_ci_upper", 0.8},        {"normal_ci_lower", 0.25},
+              {"normal_ci_upper", 0.75}};
         },
         &form);
     ASSERT_EQ(r.size(), 1u);

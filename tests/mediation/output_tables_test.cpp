@@ -1,6 +1,7 @@
 // The tables of a run: a golden document for a full continuous analysis, and one test per
 // condition that adds or removes a table.
 #include <gtest/gtest.h>
+#include <omp.h>
 
 #include <algorithm>
 #include <cmath>
@@ -8,8 +9,6 @@
 #include <fstream>
 #include <functional>
 #include <random>
-
-#include <omp.h>
 
 #include "algorithm/med_analysis_algo.h"
 #include "entry/medanlys_entry.h"
@@ -232,7 +231,6 @@ TEST(OutputTables, CovarianceMatrixIsCutAtOneHundred) {
   }
 }
 
-
 // ---- helpers of the tests below -------------------------------------------------------------
 
 // The n-th table of the items with this title, or nullptr.
@@ -327,12 +325,12 @@ constexpr double kCovarianceFloor = 1e-7;
 TEST_P(GlmCovarianceTable, PrintsTheFittedModelsCovarianceLabelledLikeTheLinearOne) {
   const CovarianceCase& c = GetParam();
   const std::string covb = c.robust ? "ROBUST" : "MODEL";
-  const json items = runOn(
-      testsupport::referenceData(c.dataset),
-      std::string("MEDIATION ANALYSIS OUTCOMEVAR=Y MEDIATORVAR=M PREDICTORVAR=A(BLEVEL=0 "
-                  "ELEVEL=1) WITH C1 C2 ") +
-          c.models + " /CRITERIA CILEVEL=95 CITYPE=DELTA COVB=" + covb +
-          " ANALYSISTYPE=CAUSAL /PRINT COV_MATRIX.");
+  const json items =
+      runOn(testsupport::referenceData(c.dataset),
+            std::string("MEDIATION ANALYSIS OUTCOMEVAR=Y MEDIATORVAR=M PREDICTORVAR=A(BLEVEL=0 "
+                        "ELEVEL=1) WITH C1 C2 ") +
+                c.models + " /CRITERIA CILEVEL=95 CITYPE=DELTA COVB=" + covb +
+                " ANALYSISTYPE=CAUSAL /PRINT COV_MATRIX.");
   const json* table = tableTitled(
       items, c.outcome ? "Covariance matrix - outcome" : "Covariance matrix - mediator");
   ASSERT_NE(table, nullptr);
@@ -340,8 +338,11 @@ TEST_P(GlmCovarianceTable, PrintsTheFittedModelsCovarianceLabelledLikeTheLinearO
   EXPECT_EQ(footnoteTexts(*table),
             std::vector<std::string>{"Covariance matrix of parameter estimates."});
   const std::vector<std::string> labels =
-      c.outcome ? std::vector<std::string>{"Intercept", "A (Theta1)", "M (Theta2)",
-                                           "A x M (Theta3)", "Covariate 4 (Theta4)",
+      c.outcome ? std::vector<std::string>{"Intercept",
+                                           "A (Theta1)",
+                                           "M (Theta2)",
+                                           "A x M (Theta3)",
+                                           "Covariate 4 (Theta4)",
                                            "Covariate 5 (Theta5)"}
                 : std::vector<std::string>{"Intercept", "A (Beta1)", "Covariate 2 (Beta2)",
                                            "Covariate 3 (Beta3)"};
@@ -415,8 +416,9 @@ TEST(CovarianceLabels, MismatchNoteOnAGlmMatrixOfTheWrongOrder) {
         [](const medanlys::OutputContext& out) { medanlys::writeCovarianceMatrices(out); });
     const json* outcome = tableTitled(items, "Covariance matrix - outcome");
     ASSERT_NE(outcome, nullptr);
-    EXPECT_TRUE(hasFootnote(*outcome, "Note: Parameter names provided do not match matrix "
-                                      "dimensions."))
+    EXPECT_TRUE(hasFootnote(*outcome,
+                            "Note: Parameter names provided do not match matrix "
+                            "dimensions."))
         << order;
     ASSERT_EQ((*outcome)["rows"].size(), order);
     if (order == 7) {
@@ -427,8 +429,9 @@ TEST(CovarianceLabels, MismatchNoteOnAGlmMatrixOfTheWrongOrder) {
     // The mediator's matrix matches its six labels: no note.
     const json* mediator = tableTitled(items, "Covariance matrix - mediator");
     ASSERT_NE(mediator, nullptr);
-    EXPECT_FALSE(hasFootnote(*mediator, "Note: Parameter names provided do not match matrix "
-                                        "dimensions."));
+    EXPECT_FALSE(hasFootnote(*mediator,
+                             "Note: Parameter names provided do not match matrix "
+                             "dimensions."));
   }
 }
 
@@ -444,8 +447,7 @@ std::string intervalHeader(const json& table) {
 // CITYPE=BOOTSTRAP without the BOOTSTRAP subcommand bootstraps at the CRITERIA level: the
 // headers say so, and the limits are those of the same level asked through BOOTSTRAP.
 TEST(IntervalLevel, BootstrapTablesShowTheLevelTheLimitsWereComputedAt) {
-  const std::string print =
-      " /PRINT DECOMP_RESULTS INTERACTION_EFFECTS RATIO_STATS";
+  const std::string print = " /PRINT DECOMP_RESULTS INTERACTION_EFFECTS RATIO_STATS";
   const std::string head =
       "MEDIATION ANALYSIS OUTCOMEVAR=Y MEDIATORVAR=M PREDICTORVAR=A(BLEVEL=0 ELEVEL=1) "
       "/MEDMODEL DISTRIBUTION=NORMAL /OUTMODEL DISTRIBUTION=NORMAL ";
@@ -454,9 +456,9 @@ TEST(IntervalLevel, BootstrapTablesShowTheLevelTheLimitsWereComputedAt) {
   omp_set_num_threads(1);
   const json criteriaOnly = runReference(
       head + "/CRITERIA CILEVEL=90 CITYPE=BOOTSTRAP COVB=MODEL ANALYSISTYPE=CAUSAL" + print + ".");
-  const json subcommand = runReference(
-      head + "/CRITERIA CILEVEL=95 CITYPE=BOOTSTRAP COVB=MODEL ANALYSISTYPE=CAUSAL" + print +
-      " /BOOTSTRAP CRITERIA(CILEVEL=90).");
+  const json subcommand =
+      runReference(head + "/CRITERIA CILEVEL=95 CITYPE=BOOTSTRAP COVB=MODEL ANALYSISTYPE=CAUSAL" +
+                   print + " /BOOTSTRAP CRITERIA(CILEVEL=90).");
   omp_set_num_threads(threads);
   for (const char* title :
        {"Decomposition Analysis Results(Bootstrap method)",
@@ -483,14 +485,14 @@ class DeltaIntervalLevel : public ::testing::TestWithParam<LevelCase> {};
 
 TEST_P(DeltaIntervalLevel, HeaderShowsTheCriteriaLevel) {
   const LevelCase& c = GetParam();
-  const json items = runOn(
-      testsupport::referenceData(c.dataset),
-      std::string("MEDIATION ANALYSIS OUTCOMEVAR=Y MEDIATORVAR=M PREDICTORVAR=A(BLEVEL=0 "
-                  "ELEVEL=1) ") +
-          c.models +
-          " /CRITERIA CILEVEL=90 CITYPE=DELTA COVB=MODEL ANALYSISTYPE=CAUSAL /PRINT "
-          "MEDIATION_REGRESSION_MODEL OUTCOME_REGRESSION_MODEL DECOMP_RESULTS "
-          "INTERACTION_EFFECTS RATIO_STATS.");
+  const json items =
+      runOn(testsupport::referenceData(c.dataset),
+            std::string("MEDIATION ANALYSIS OUTCOMEVAR=Y MEDIATORVAR=M PREDICTORVAR=A(BLEVEL=0 "
+                        "ELEVEL=1) ") +
+                c.models +
+                " /CRITERIA CILEVEL=90 CITYPE=DELTA COVB=MODEL ANALYSISTYPE=CAUSAL /PRINT "
+                "MEDIATION_REGRESSION_MODEL OUTCOME_REGRESSION_MODEL DECOMP_RESULTS "
+                "INTERACTION_EFFECTS RATIO_STATS.");
   const json* table = tableTitled(items, c.title);
   ASSERT_NE(table, nullptr);
   EXPECT_EQ(intervalHeader(*table), "90% Confidence Interval");
@@ -533,8 +535,8 @@ TEST_P(BootstrapIntervalShown, TablesShowTheChosenLimitsAndNameThem) {
         s.bootstrapInterval = c.interval;
         r.bootstrapReplicates = 500;
         r.flags[medanlys::FLAG_BOOTSTRAP_SUCCEEDED] = true;
-        for (const char* key : {"CDE", "NDE", "NIE", "TE", "PIE", "PE", "TDE", "PAI", "INT_med",
-                                "INT_ref", "PM"}) {
+        for (const char* key :
+             {"CDE", "NDE", "NIE", "TE", "PIE", "PE", "TDE", "PAI", "INT_med", "INT_ref", "PM"}) {
           r.bootstrap[key] = {{"estimate", 1.0},
                               {"se", 0.5},
                               {"p_value", 0.04},
@@ -683,10 +685,10 @@ TEST(ScaleWeight, FootnoteSaysWhatTheWeightDoesToTheStandardErrors) {
       " /OUTMODEL DISTRIBUTION=NORMAL /CRITERIA CILEVEL=95 CITYPE=DELTA COVB=MODEL "
       "ANALYSISTYPE=CAUSAL /PRINT MEDIATION_REGRESSION_MODEL OUTCOME_REGRESSION_MODEL "
       "DECOMP_RESULTS.";
-  const json weighted = runOn(
-      datasetOf(referenceColumns("nn_binA", {testsupport::numericColumn(
-                                                "W", std::vector<double>(300, 2.0))})),
-      head + " SCALEWEIGHT=W" + tail);
+  const json weighted =
+      runOn(datasetOf(referenceColumns(
+                "nn_binA", {testsupport::numericColumn("W", std::vector<double>(300, 2.0))})),
+            head + " SCALEWEIGHT=W" + tail);
   const json plain = runReference(head + tail);
   const json twice = runOn(datasetOf(doubled), head + tail);
   const json* w = tableTitled(weighted, "Mediation Regression Model Summary");
@@ -849,8 +851,9 @@ TEST(MediatorScale, TablesWithRescaledValuesCarryTheFactor) {
   const std::string coefficients =
       "The mediator M was divided by 100 before fitting; coefficients involving it are on that "
       "scale.";
-  for (const char* title : {"Mediation Regression Model Summary", "Outcome Regression Model Summary",
-                            "Covariance matrix - mediator", "Covariance matrix - outcome"}) {
+  for (const char* title :
+       {"Mediation Regression Model Summary", "Outcome Regression Model Summary",
+        "Covariance matrix - mediator", "Covariance matrix - outcome"}) {
     const json* t = tableTitled(items, title);
     ASSERT_NE(t, nullptr) << title;
     EXPECT_TRUE(hasFootnote(*t, coefficients)) << title;
@@ -904,9 +907,9 @@ TEST(Transformations, ReflectedOutcomeIsFootnotedOnEveryEffectTable) {
   for (const json& item : items) {
     if (item["type"] != "chart") continue;
     diagram = true;
-    EXPECT_NE(item["gpl"].get<std::string>().find("GUIDE: text.footnote(label(\"" + effects +
-                                                   "\"))"),
-              std::string::npos);
+    EXPECT_NE(
+        item["gpl"].get<std::string>().find("GUIDE: text.footnote(label(\"" + effects + "\"))"),
+        std::string::npos);
   }
   EXPECT_TRUE(diagram);
   const std::string coefficients = std::string("The outcome Y was transformed to ") + formula +
@@ -927,9 +930,9 @@ TEST(Transformations, ReflectedOutcomeIsFootnotedOnEveryEffectTable) {
   const json* interpretation = tableTitled(items, "Effect Interpretation");
   const std::string nde = (*interpretation)["cells"][1][2]["text"];
   EXPECT_EQ(nde.rfind("Exposure decreases the outcome by ", 0), 0u) << nde;
-  EXPECT_NE(nde.find(std::string(" units of ") + formula +
-                     ", a reversed scale: that is, it raises Y"),
-            std::string::npos)
+  EXPECT_NE(
+      nde.find(std::string(" units of ") + formula + ", a reversed scale: that is, it raises Y"),
+      std::string::npos)
       << nde;
 }
 
@@ -974,13 +977,11 @@ INSTANTIATE_TEST_SUITE_P(
                       "Decomposition Analysis (Delta method)",
                       "The outcome Y was transformed to log(Y) for its skewness. Effects are on "
                       "the transformed scale."},
-        TransformCase{"SquaredOutcomeModel", "Outcome", "power",
-                      "Outcome Regression Model Summary",
+        TransformCase{"SquaredOutcomeModel", "Outcome", "power", "Outcome Regression Model Summary",
                       "The outcome Y was transformed to Y squared for its skewness. Coefficients "
                       "are on the scale of Y squared, which does not keep the order of values of "
                       "opposite sign."},
-        TransformCase{"SqrtExposureModel", "Exposure", "sqrt",
-                      "Mediation Regression Model Summary",
+        TransformCase{"SqrtExposureModel", "Exposure", "sqrt", "Mediation Regression Model Summary",
                       "The exposure A was transformed to sqrt(A) for its skewness: the "
                       "coefficients of A are per unit of the transformed scale."},
         TransformCase{"ReflectedExposureEffects", "Exposure", "reflected_log",
@@ -1004,8 +1005,7 @@ INSTANTIATE_TEST_SUITE_P(
                       "values on this scale are lower values of M. The mediator model and m* are "
                       "on the transformed scale; the effects are on the outcome's scale and keep "
                       "their direction."},
-        TransformCase{"LogMediatorLevel", "Mediator", "log",
-                      "Exposure Level Comparison Statistics",
+        TransformCase{"LogMediatorLevel", "Mediator", "log", "Exposure Level Comparison Statistics",
                       "The mediator M was transformed to log(M) for its skewness: m* is shown on "
                       "the transformed scale."}),
     [](const ::testing::TestParamInfo<TransformCase>& param) { return param.param.name; });
