@@ -182,17 +182,22 @@ int NormalBinomialStrategy::run(RoleMapping& input, MediationCaseData& results,
     p.models =
         modelParameters(results.mediatorFit.coefficients, oFit.coefficients, settings_.interaction);
     const ContinuousModelParameters& mp = p.models;
-    p.sigma2 = results.mediatorFit.sigma2;
     const bool robust = settings_.covb == COVB_ROBUST;
     const std::size_t qm = mp.mediatorSize(), qo = mp.outcomeSize();
+    // The mediator's residual variance enters the effects themselves, so it is taken per
+    // unit of weight (weights are replication counts): doubling every weight must give the
+    // effects of the duplicated data. Unweighted, this is the fit's own sigma^2.
+    double totalWeight = 0.0;
+    for (double w : weights) totalWeight += w;
+    const double sigma2Df = totalWeight - static_cast<double>(qm);
+    p.sigma2 = results.mediatorFit.ssr / sigma2Df;
     Matrix sigma = zeroMatrix(qm + 1 + qo, qm + 1 + qo);
     const Matrix& mCov = robust ? results.mediatorFit.covRobust : results.mediatorFit.covModel;
     const Matrix& oCov = robust ? oFit.covRobust : oFit.covModel;
     for (std::size_t i = 0; i < qm; ++i) {
       for (std::size_t j = 0; j < qm; ++j) sigma(i, j) = mCov(i, j);
     }
-    sigma(qm, qm) = 2.0 * p.sigma2 * p.sigma2 /
-                    (static_cast<double>(exposure.size()) - static_cast<double>(qm));
+    sigma(qm, qm) = 2.0 * p.sigma2 * p.sigma2 / sigma2Df;
     for (std::size_t i = 0; i < qo; ++i) {
       for (std::size_t j = 0; j < qo; ++j) sigma(qm + 1 + i, qm + 1 + j) = oCov(i, j);
     }

@@ -14,8 +14,8 @@ namespace medanlys {
 RatioReplicate fitRatioReplicate(const RatioReplicateModel& model, const Vector& weights) {
   RatioReplicate r;
   try {
-    // The linear mediator model and its residual variance (divisor: cases - coefficients,
-    // as in the full-sample fit).
+    // The linear mediator model and its residual variance (divisor: total weight -
+    // coefficients, as in the full-sample effects).
     Matrix xtwx, inverse;
     Vector xtwy;
     computeXTWX_XTWY_diagonalWeights(model.mediatorX, model.mediator, weights, xtwx, xtwy);
@@ -25,16 +25,17 @@ RatioReplicate fitRatioReplicate(const RatioReplicateModel& model, const Vector&
     }
     const Vector beta = multiply(inverse, xtwy);
     const DesignMatrix& mX = model.mediatorX;
-    double ssr = 0.0;
+    double ssr = 0.0, totalWeight = 0.0;
     for (std::size_t i = 0; i < mX.n; ++i) {
       if (weights[i] == 0.0) continue;
+      totalWeight += weights[i];
       double fitted = 0.0;
       const double* row = mX.row(i);
       for (std::size_t j = 0; j < mX.q; ++j) fitted += row[j] * beta[j];
       const double e = model.mediator[i] - fitted;
       ssr += weights[i] * e * e;
     }
-    const double df = static_cast<double>(mX.n) - static_cast<double>(mX.q);
+    const double df = totalWeight - static_cast<double>(mX.q);
     if (df <= 0.0) {
       r.reason = "Bootstrap sample too small";
       return r;

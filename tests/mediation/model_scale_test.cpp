@@ -324,4 +324,37 @@ TEST(ExtremeScale, LargeOutcomeValuesGiveTheirDiagnostics) {
   EXPECT_NEAR(run.results.effects.at("TE").z, unit.results.effects.at("TE").z, 1e-8);
 }
 
+// Weights are replication counts: a weight of 2 on every case gives the effect estimates of
+// the data entered twice (the mediator's residual variance enters the ratio effects).
+TEST(ReplicationWeights, DoubledWeightsGiveTheEffectsOfDuplicatedData) {
+  const ScaleData d = makeData([](double e) { return std::round(4.0 * std::tanh(e)); },
+                               OutcomeKind::kBinary, false);
+  auto columns = [](const ScaleData& data, int copies, double weight) {
+    ScaleData out;
+    Vector w;
+    for (int k = 0; k < copies; ++k) {
+      out.a.insert(out.a.end(), data.a.begin(), data.a.end());
+      out.m.insert(out.m.end(), data.m.begin(), data.m.end());
+      out.y.insert(out.y.end(), data.y.begin(), data.y.end());
+      out.c.insert(out.c.end(), data.c.begin(), data.c.end());
+    }
+    w.assign(out.a.size(), weight);
+    std::vector<Column> result = columnsOf(out);
+    result.push_back(numericColumn("w", w));
+    return result;
+  };
+  const std::string models =
+      "/MEDMODEL DISTRIBUTION=NORMAL SCALEWEIGHT=w /OUTMODEL DISTRIBUTION=BINOMIAL LINK=LOGIT";
+  const std::string command = cmd(" PREDICTORVAR=a(BLEVEL=1 ELEVEL=2) WITH c", models);
+  const AnalysisRun weighted = analyse(columns(d, 1, 2.0), command);
+  const AnalysisRun duplicated = analyse(columns(d, 2, 1.0), command);
+  ASSERT_EQ(weighted.status, 0) << messages(weighted);
+  ASSERT_EQ(duplicated.status, 0) << messages(duplicated);
+  for (const char* name : {"OR_CDE", "OR_NDE", "OR_NIE", "OR_TE", "OR_PIE", "PM"}) {
+    SCOPED_TRACE(name);
+    EXPECT_NEAR(weighted.results.effects.at(name).estimate,
+                duplicated.results.effects.at(name).estimate, 1e-9);
+  }
+}
+
 }  // namespace
