@@ -35,7 +35,7 @@ int writeCaseSummary(const OutputContext& out) {
     t.footnote(casesText(s.casesDroppedForWeight) +
                (s.casesDroppedForWeight == 1 ? " was" : " were") + " left out because " +
                (s.casesDroppedForWeight == 1 ? "its" : "their") + " scale weight " +
-               s.scaleWeightVar + " was below 0.5.");
+               s.scaleWeightVar + " was missing or below 0.5.");
   }
   if (!s.scaleWeightVar.empty() && s.weightsRounded > 0) {
     std::string note = "Scale weights of " + casesText(s.weightsRounded) +

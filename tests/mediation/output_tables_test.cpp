@@ -638,7 +638,7 @@ TEST(CaseSummaryWeights, RemovedIsTheDifferenceAndTheRepairsAreFootnoted) {
   EXPECT_EQ(t["cells"][1][3]["value"], -15.0);
   EXPECT_EQ(footnoteTexts(t),
             (std::vector<std::string>{
-                "30 cases were left out because their scale weight W was below 0.5.",
+                "30 cases were left out because their scale weight W was missing or below 0.5.",
                 "Scale weights of 60 cases were rounded to whole numbers (halves away from zero); "
                 "the Cleaned total weight is the sum of the rounded weights. Rounding raised the "
                 "total weight, so Removed (Original minus Cleaned) is negative."}));
@@ -660,7 +660,7 @@ TEST(CaseSummaryWeights, OneCaseAndNoRoundingUpGiveTheShortForms) {
       [](const medanlys::OutputContext& out) { medanlys::writeCaseSummary(out); });
   EXPECT_EQ(footnoteTexts(items[0]),
             (std::vector<std::string>{
-                "1 case was left out because its scale weight W was below 0.5.",
+                "1 case was left out because its scale weight W was missing or below 0.5.",
                 "Scale weights of 1 case were rounded to whole numbers (halves away from zero); "
                 "the Cleaned total weight is the sum of the rounded weights."}));
 }
@@ -798,24 +798,19 @@ INSTANTIATE_TEST_SUITE_P(
                    "DISTRIBUTION=BINOMIAL LINK=LOGIT", "MODEL",
                    "Decomposition Analysis (Delta method)", false,
                    "Cases are weighted by W: a case of weight k counts as k cases in the "
-                   "coefficients, but the mediator model's residual variance (part of the ratio "
-                   "effects) and its model-based covariance take the sample size as the 250 "
-                   "cases, not the total weight 412.5."},
+                   "estimates; the model-based covariance of the linear mediator model takes the "
+                   "sample size as the 250 cases, not the total weight 412.5."},
         WeightCase{"DeltaWithLinearMediatorOnlyRobust", "DISTRIBUTION=NORMAL",
                    "DISTRIBUTION=BINOMIAL LINK=LOGIT", "ROBUST",
                    "Decomposition Analysis (Delta method)", false,
                    "Cases are weighted by W: a case of weight k counts as k cases in the "
-                   "coefficients and their robust covariance, but the mediator model's residual "
-                   "variance (part of the ratio effects) takes the sample size as the 250 cases, "
-                   "not the total weight 412.5."},
+                   "estimates and in the standard errors."},
         WeightCase{"BootstrapWithLinearMediatorOnly", "DISTRIBUTION=NORMAL",
                    "DISTRIBUTION=BINOMIAL LINK=LOGIT", "MODEL",
                    "Decomposition Analysis Results(Bootstrap method)", true,
                    "Cases are weighted by W: a case of weight k counts as k cases in the "
-                   "coefficients, but the mediator model's residual variance (part of the ratio "
-                   "effects) takes the sample size as the 250 cases; each resample draws as many "
-                   "cases, so the bootstrap limits reflect a sample of that size, not the total "
-                   "weight 412.5."},
+                   "estimates; each resample draws 250 cases, so the bootstrap limits reflect a "
+                   "sample of that size, not the total weight 412.5."},
         WeightCase{"DeltaRobust", "DISTRIBUTION=NORMAL", "DISTRIBUTION=NORMAL", "ROBUST",
                    "Decomposition Analysis (Delta method)", false,
                    "Cases are weighted by W: a case of weight k counts as k cases in the "
@@ -993,7 +988,7 @@ INSTANTIATE_TEST_SUITE_P(
         TransformCase{"LogExposureLevels", "Exposure", "log",
                       "Exposure Level Comparison Statistics",
                       "The exposure A was transformed to log(A) for its skewness: a* and a-hat "
-                      "are shown on that scale."},
+                      "are shown on that scale (0 and 1 in A's units)."},
         TransformCase{"ReflectedMediatorModel", "Mediator", "reflected_log",
                       "Outcome Regression Model Summary",
                       "The mediator M was transformed to log(10 - M) for its skewness: higher "
