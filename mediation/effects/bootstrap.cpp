@@ -275,6 +275,13 @@ BootstrapSummary summarizeReplicateValues(const std::string& name, std::vector<d
     } else {
       log.push_back("Warning: BCa CI indices out of bounds for " + name);
     }
+    // The upper limit above keeps its historical position (1 - a2)(n + 1), which lies in
+    // the lower tail; the interval the tables show as BCa takes the upper limit at the
+    // a2 quantile, so that it brackets the centre of the replicates.
+    const auto upper = static_cast<long>(std::floor(a2 * (static_cast<double>(n) + 1.0)));
+    if (upper >= 0 && upper < static_cast<long>(n)) {
+      s.bcaIntervalUpper = values[static_cast<std::size_t>(upper)];
+    }
   }
 
   // Normal interval and p value. A ratio is tested against 1 on the log scale, where its
@@ -338,6 +345,7 @@ std::map<std::string, double> summaryStatistics(const BootstrapSummary& s) {
           {"percentile_ci_upper", s.percentileUpper},
           {"bca_ci_lower", s.bcaLower},
           {"bca_ci_upper", s.bcaUpper},
+          {"bca_interval_upper", s.bcaIntervalUpper},
           {"normal_ci_lower", s.normalLower},
           {"normal_ci_upper", s.normalUpper},
           {"z", s.z},

@@ -63,6 +63,7 @@ struct BootstrapSummary {
   double estimate = NAN, mean = NAN, se = NAN, bias = NAN;
   double percentileLower = NAN, percentileUpper = NAN;
   double bcaLower = NAN, bcaUpper = NAN;
+  double bcaIntervalUpper = NAN;  // the BCa upper limit at the a2 quantile (shown in tables)
   double normalLower = NAN, normalUpper = NAN;
   double z = NAN;
   double p = NAN;

@@ -22,7 +22,7 @@ int bootstrapLevel(const MediationSettings& s) {
 IntervalKeys bootstrapIntervalKeys(BootstrapInterval interval) {
   switch (interval) {
     case BootstrapInterval::kBca:
-      return {"bca_ci_lower", "bca_ci_upper"};
+      return {"bca_ci_lower", "bca_interval_upper"};
     case BootstrapInterval::kNormal:
       return {"normal_ci_lower", "normal_ci_upper"};
     default:

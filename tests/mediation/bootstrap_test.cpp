@@ -89,6 +89,19 @@ TEST(Bootstrap, PercentilePositions) {
   EXPECT_TRUE(std::isfinite(summaries.at("TE").se));
 }
 
+// Replicates symmetric about the estimate have no bias correction and no acceleration: the
+// BCa interval the tables show is then the percentile interval, with its upper limit in the
+// upper tail (the stored upper statistic keeps its lower-tail position).
+TEST(Bootstrap, ShownBcaIntervalOfSymmetricReplicatesIsThePercentileInterval) {
+  std::vector<double> values;
+  for (int i = 0; i < 1000; ++i) values.push_back(0.001 * i);
+  std::vector<std::string> log;
+  const BootstrapSummary s = summarizeReplicateValues("TE", values, 0.4995, 95, false, log);
+  EXPECT_DOUBLE_EQ(s.bcaLower, s.percentileLower);
+  EXPECT_DOUBLE_EQ(s.bcaIntervalUpper, s.percentileUpper);
+  EXPECT_DOUBLE_EQ(s.bcaUpper, values[25]);
+}
+
 TEST(Bootstrap, SingularReplicatesAreCountedAndContributeNothing) {
   // One treated case in 12: most resamples miss it, and the models cannot be fitted.
   BootstrapCases cases = simulatedCases(12);

@@ -389,7 +389,7 @@ TEST_F(ForestRowsFromResults, ShowTheBootstrapIntervalTheUserChose) {
           results.flags[FLAG_BOOTSTRAP_SUCCEEDED] = true;
           results.bootstrap["NIE"] = {
               {"estimate", 0.5},        {"percentile_ci_lower", 0.1}, {"percentile_ci_upper", 0.9},
-              {"bca_ci_lower", 0.2},    {"bca_ci_upper", 0.8},        {"normal_ci_lower", 0.25},
+              {"bca_ci_lower", 0.2},    {"bca_interval_upper", 0.8},  {"normal_ci_lower", 0.25},
               {"normal_ci_upper", 0.75}};
         },
         &form);

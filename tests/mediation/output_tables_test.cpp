@@ -543,7 +543,7 @@ TEST_P(BootstrapIntervalShown, TablesShowTheChosenLimitsAndNameThem) {
                               {"percentile_ci_lower", 0.1},
                               {"percentile_ci_upper", 1.1},
                               {"bca_ci_lower", 0.2},
-                              {"bca_ci_upper", 1.2},
+                              {"bca_interval_upper", 1.2},
                               {"normal_ci_lower", 0.3},
                               {"normal_ci_upper", 1.3}};
         }
