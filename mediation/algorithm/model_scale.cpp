@@ -1,5 +1,6 @@
 #include "algorithm/model_scale.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -120,6 +121,41 @@ double mediatorLevelOnModelScale(double value, const TransformationRecord& media
                    "MLEVEL value outside the domain of the mediator's transformation");
   }
   return transformValue(value, t, mediator.maximum);
+}
+
+std::string defaultLevelsNotice(const Vector& exposure, bool blevelGiven, bool elevelGiven,
+                                const ExposureLevels& levels, const std::string& variable) {
+  if (blevelGiven && elevelGiven) return "";
+  Vector sorted = exposure;
+  std::sort(sorted.begin(), sorted.end());
+  sorted.erase(std::unique(sorted.begin(), sorted.end()), sorted.end());
+  if (sorted.size() <= 2) return "";
+  // The observed values nearest to the quartiles of the data (not of the distinct values).
+  auto nearest = [&sorted](double target) {
+    const auto above = std::lower_bound(sorted.begin(), sorted.end(), target);
+    if (above == sorted.begin()) return *above;
+    if (above == sorted.end()) return sorted.back();
+    return target - *(above - 1) <= *above - target ? *(above - 1) : *above;
+  };
+  double low = nearest(quantile(exposure, 0.25));
+  double high = nearest(quantile(exposure, 0.75));
+  if (high <= low) {  // both quartiles at one value: take its neighbour as well
+    const auto at = std::lower_bound(sorted.begin(), sorted.end(), low);
+    if (at + 1 != sorted.end()) {
+      high = *(at + 1);
+    } else {
+      low = *(at - 1);
+    }
+  }
+  const std::string which = !blevelGiven && !elevelGiven ? "BLEVEL and ELEVEL were"
+                            : !blevelGiven                ? "BLEVEL was"
+                                                          : "ELEVEL was";
+  return which + std::string(" not given, so the control and treatment levels of ") + variable +
+         " are " + num(levels.a_star) + " and " + num(levels.a_hat) +
+         ", its two lowest observed values; the effects, and with the interaction their size, "
+         "depend on that choice. Observed values near its quartiles are " + num(low) + " and " +
+         num(high) + ": PREDICTORVAR=" + variable + "(BLEVEL=" + num(low) + " ELEVEL=" +
+         num(high) + ") compares them.";
 }
 
 std::string extrapolationNotice(const ExposureLevels& asked, const ExposureLevels& used,

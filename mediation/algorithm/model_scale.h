@@ -42,6 +42,12 @@ ExposureLevels levelsOnModelScale(ExposureLevels levels, const TransformationRec
 double mediatorLevelOnModelScale(double value, const TransformationRecord& mediator,
                                  const std::string& variable);
 
+// When BLEVEL or ELEVEL was left to its default (the lowest and second-lowest observed
+// values) for an exposure with more than two values: the levels chosen, and observed values
+// near the quartiles to consider instead. "" otherwise.
+std::string defaultLevelsNotice(const Vector& exposure, bool blevelGiven, bool elevelGiven,
+                                const ExposureLevels& levels, const std::string& variable);
+
 // The repair of extrapolated exposure levels in words, or "" when the levels were kept;
 // `reason` is the one checkExtrapolation gave. Refuses a repair that leaves no contrast
 // (equal quartiles).

@@ -122,6 +122,10 @@ int NormalBinomialStrategy::run(RoleMapping& input, MediationCaseData& results,
     ExposureLevels levels =
         exposureLevels(exposure, settings_.baselineLevelGiven, settings_.baselineLevel,
                        settings_.exposureLevelGiven, settings_.exposureLevel);
+    const std::string defaults =
+        defaultLevelsNotice(exposure, settings_.baselineLevelGiven, settings_.exposureLevelGiven,
+                            levels, settings_.predictorVar);
+    if (!defaults.empty()) messages_.GenericWarning("^1", defaults);
     const bool continuousExposure = std::set<double>(exposure.begin(), exposure.end()).size() > 2;
     if (continuousExposure) {
       std::string reason;

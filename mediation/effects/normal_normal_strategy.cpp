@@ -56,6 +56,10 @@ int NormalNormalStrategy::run(RoleMapping& input, MediationCaseData& results,
     ExposureLevels levels =
         exposureLevels(exposure, settings_.baselineLevelGiven, settings_.baselineLevel,
                        settings_.exposureLevelGiven, settings_.exposureLevel);
+    const std::string defaults =
+        defaultLevelsNotice(exposure, settings_.baselineLevelGiven, settings_.exposureLevelGiven,
+                            levels, settings_.predictorVar);
+    if (!defaults.empty()) messages_.GenericWarning("^1", defaults);
     if (levels.a_star == 0.0) messages_.GenericWarning(kZeroBaselineWarning);
 
     // Skewness-driven transformations; the reference values follow their variable.

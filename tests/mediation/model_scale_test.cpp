@@ -288,6 +288,13 @@ const std::vector<MessageCase>& messageCases() {
            " /BOOTSTRAP CRITERIA(CILEVEL=95 NSAMPLES=39)"),
        0, "The bootstrap had 39 usable replicates, too few for 95% percentile limits (at least "
           "40 are needed)"},
+      {"DefaultLevelsOfAContinuousExposure", [] { return continuousData(symmetric); },
+       cmd(" PREDICTORVAR=a WITH c", kNormalModels), 0,
+       "BLEVEL and ELEVEL were not given, so the control and treatment levels of a are 0 and 1, "
+       "its two lowest observed values"},
+      {"DefaultTreatmentLevel", [] { return continuousData(symmetric); },
+       cmd(" PREDICTORVAR=a(BLEVEL=0) WITH c", kNormalModels), 0,
+       "ELEVEL was not given, so the control and treatment levels of a are 0 and 1"},
       {"StandardErrorsBelowTheThreshold", [] { return scaledOutcomeData(1e-100); },
        cmd(" PREDICTORVAR=a(BLEVEL=0 ELEVEL=1)", kNormalModels), 0,
        "are below 1e-12, so their z, p and confidence limits are not computed"},
@@ -309,6 +316,15 @@ TEST_P(RepairsAndRefusals, AreSaidInPlainWords) {
 
 INSTANTIATE_TEST_SUITE_P(Analysis, RepairsAndRefusals, ::testing::ValuesIn(messageCases()),
                          [](const auto& param) { return std::string(param.param.name); });
+
+// Two values need no suggestion: the defaults are the only contrast there is.
+TEST(DefaultLevels, BinaryExposureGetsNoSuggestion) {
+  const ScaleData d = makeData([](double e) { return e > 0.7 ? 1.0 : 0.0; },
+                               OutcomeKind::kContinuous, false);
+  const AnalysisRun run = analyse(columnsOf(d), cmd(" PREDICTORVAR=a WITH c", kNormalModels));
+  ASSERT_EQ(run.status, 0) << messages(run);
+  EXPECT_EQ(messages(run).find("were not given"), std::string::npos) << messages(run);
+}
 
 // Outcome values near 1e100 overflowed the fourth moments of the normality test.
 TEST(ExtremeScale, LargeOutcomeValuesGiveTheirDiagnostics) {
