@@ -8,6 +8,13 @@
 
 namespace medanlys {
 
+std::string weightDropWarning(long cases, const std::string& weightVariable) {
+  const bool one = cases == 1;
+  return std::to_string(cases) + (one ? " case was" : " cases were") + " left out because " +
+         (one ? "its" : "their") + " scale weight " + weightVariable +
+         " is missing or below 0.5 (weights are rounded to whole replication counts).";
+}
+
 bool readCases(stathost::ProcedureDataSource& source, VariableRoleMapper& mapper) {
   const std::vector<int>& indices = mapper.allIndices();
   stathost::ACAVarValidSpecs specs(true, true, true);
@@ -93,6 +100,13 @@ void cleanCases(VariableRoleMapper& mapper, const stathost::ParserMessage& messa
         w = rounded;
       }
     }
+  }
+
+  // Say how many cases the weights took away, before any refusal for too few cases: a
+  // weight variable full of fractions below 0.5 can empty a file without a missing value.
+  if (mapper.casesDroppedForWeight > 0) {
+    messages.GenericWarning(
+        weightDropWarning(mapper.casesDroppedForWeight, mapper.roleName("MEDMODEL_SCALEWEIGHT")));
   }
 
   long validCount = 0;

@@ -24,31 +24,62 @@ namespace {
 // "1 case" or "12 cases".
 std::string casesText(long n) { return std::to_string(n) + (n == 1 ? " case" : " cases"); }
 
+// The weight repairs of the case reading, worded so that both rows reconcile: the Removed
+// cases split into those left out for their weight and those left out for a missing value,
+// and the Removed weight into the weight the removed cases had as read and what rounding
+// did to the weights of the kept cases.
+//   Removed cases  = casesDroppedForWeight + (cases with a usable weight and a missing value)
+//   Removed weight = (weights as read of the removed cases) - weightChangeByRounding
+// Removed is always Original minus Cleaned, which rounding can make negative.
+std::vector<std::string> weightRepairNotes(const MediationSettings& s) {
+  std::vector<std::string> notes;
+  if (s.scaleWeightVar.empty()) return notes;
+  const long dropped = s.casesDroppedForWeight;
+  const long removed = s.casesRead - s.casesValid;
+  if (dropped > 0) {
+    const std::string reason = std::string(dropped == 1 ? " was" : " were") + " left out because " +
+                               (dropped == 1 ? "its" : "their") + " scale weight " +
+                               s.scaleWeightVar + " was missing or below 0.5";
+    std::string note = removed > dropped ? "Of the " + casesText(removed) + " removed, " +
+                                               std::to_string(dropped) + reason + " and " +
+                                               std::to_string(removed - dropped) +
+                                               " because a value of an analysis variable was "
+                                               "missing."
+                                         : casesText(dropped) + reason + ".";
+    note += " A missing or negative weight counts as 0 in the Original total weight.";
+    notes.push_back(note);
+  }
+  if (s.weightsRounded > 0) {
+    std::string note = "Scale weights of " + casesText(s.weightsRounded) +
+                       " were rounded to whole numbers (halves away from zero); the Cleaned "
+                       "total weight is the sum of the rounded weights.";
+    const double removedWeight = s.totalWeightRead - s.totalWeightValid;
+    if (removedWeight < 0.0) {
+      note +=
+          " Rounding raised the total weight, so Removed (Original minus Cleaned) is "
+          "negative.";
+    }
+    // A change that the table's four decimals cannot show is left unsaid.
+    const double change = s.weightChangeByRounding;
+    if (std::fabs(change) >= 5e-5) {
+      const double asRead = removedWeight + change;
+      note += " Removed is the " + formatValue(asRead) +
+              " that the removed cases weighed as read " +
+              (change > 0.0 ? "minus the " + formatValue(change) + " that rounding added to"
+                            : "plus the " + formatValue(-change) + " that rounding took from") +
+              " the kept cases.";
+    }
+    notes.push_back(note);
+  }
+  return notes;
+}
+
 }  // namespace
 
 int writeCaseSummary(const OutputContext& out) {
   const MediationSettings& s = out.settings;
   TableBuilder t(out.generator, "Case Processing Summary");
-  // The weight repairs of the case reading, so that the weight row can be reconciled:
-  // Removed is always Original minus Cleaned, which rounding can make negative.
-  if (!s.scaleWeightVar.empty() && s.casesDroppedForWeight > 0) {
-    t.footnote(casesText(s.casesDroppedForWeight) +
-               (s.casesDroppedForWeight == 1 ? " was" : " were") + " left out because " +
-               (s.casesDroppedForWeight == 1 ? "its" : "their") + " scale weight " +
-               s.scaleWeightVar + " was missing or below 0.5.");
-  }
-  if (!s.scaleWeightVar.empty() && s.weightsRounded > 0) {
-    std::string note = "Scale weights of " + casesText(s.weightsRounded) +
-                       " were rounded to whole numbers (halves away from zero); the Cleaned "
-                       "total weight is the sum of the rounded weights.";
-    const double removed = s.totalWeightRead - s.totalWeightValid;
-    if (removed < 0.0) {
-      note +=
-          " Rounding raised the total weight, so Removed (Original minus Cleaned) is "
-          "negative.";
-    }
-    t.footnote(note);
-  }
+  for (const std::string& note : weightRepairNotes(s)) t.footnote(note);
   for (const char* c : {"Metric", "Original", "Cleaned", "Removed"}) t.column(c);
   t.row(" ", {std::string("Sample Size"), Count{static_cast<double>(s.casesRead)},
               Count{static_cast<double>(s.casesValid)},

@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "stathost/case_adapter.h"
+#include "stathost/host_session.h"
 #include "test_util.h"
 
 namespace {
@@ -74,7 +75,15 @@ TEST(CaseReading, ListwiseDeletionAndWeightRounding) {
   std::vector<Column> columns = spoiledData();
   appendCleanCases(columns, 4);
   testsupport::ActiveData data(columns);
+  stathost::HostSession::instance().endRun();  // nothing of earlier tests
   const VariableRoleMapper mapper = readAndClean();
+  // The cases the weights took away are announced, with the weight variable.
+  const stathost::RunRecord record = stathost::HostSession::instance().endRun();
+  ASSERT_EQ(record.messages.size(), 1u);
+  EXPECT_EQ(record.messages[0].level, stathost::MessageLevel::kWarning);
+  EXPECT_EQ(record.messages[0].text,
+            "4 cases were left out because their scale weight w is missing or below 0.5 "
+            "(weights are rounded to whole replication counts).");
   EXPECT_EQ(mapper.casesRead, 24);
   EXPECT_EQ(mapper.casesValid, 10);
   EXPECT_EQ(mapper.roleData("OUTCOMEVAR"),
@@ -96,6 +105,7 @@ TEST(CaseReading, NineValidCasesAreRefusedWithTheCount) {
   std::vector<Column> columns = spoiledData();
   appendCleanCases(columns, 3);
   testsupport::ActiveData data(columns);
+  stathost::HostSession::instance().endRun();
   try {
     readAndClean();
     FAIL() << "no exception";
@@ -104,11 +114,21 @@ TEST(CaseReading, NineValidCasesAreRefusedWithTheCount) {
                  "Insufficient sample size (9) after cleaning. Minimum 10 valid cases required for "
                  "mediation analysis.");
   }
+  // The weights' share of the loss comes first, then the refusal.
   const stathost::RunRecord record = stathost::HostSession::instance().endRun();
-  ASSERT_EQ(record.messages.size(), 1u);
+  ASSERT_EQ(record.messages.size(), 2u);
   EXPECT_EQ(record.messages[0].text,
+            "4 cases were left out because their scale weight w is missing or below 0.5 "
+            "(weights are rounded to whole replication counts).");
+  EXPECT_EQ(record.messages[1].text,
             "Insufficient sample size after cleaning. Minimum 10 valid cases required for "
             "mediation analysis.");
+}
+
+TEST(CaseReading, OneCaseLeftOutForItsWeightIsNamedInTheSingular) {
+  EXPECT_EQ(weightDropWarning(1, "freq"),
+            "1 case was left out because its scale weight freq is missing or below 0.5 (weights "
+            "are rounded to whole replication counts).");
 }
 
 TEST(CaseReading, CleanDataIsLeftUnchanged) {
@@ -119,9 +139,12 @@ TEST(CaseReading, CleanDataIsLeftUnchanged) {
     columns.push_back(numericColumn(name, values));
   }
   testsupport::ActiveData data(columns);
+  stathost::HostSession::instance().endRun();
   const VariableRoleMapper mapper = readAndClean();
   EXPECT_EQ(mapper.casesValid, 12);
   EXPECT_EQ(mapper.roleData("MEDIATORVAR")[3], 3.25);
+  // No weight left a case out: nothing to say.
+  EXPECT_TRUE(stathost::HostSession::instance().endRun().messages.empty());
 }
 
 TEST(CaseReading, NoCasesAtAllIsNotAnErrorHere) {

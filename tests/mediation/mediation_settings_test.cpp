@@ -174,7 +174,16 @@ TEST_F(SettingsTest, WeightTotalsReconcile) {
        testsupport::numericColumn("x", x), testsupport::numericColumn("w", w)});
   stathost::ProcedureDataSource source;
   auto s = read(validCommand("", "DISTRIBUTION=NORMAL SCALEWEIGHT=w"), source);
+  stathost::HostSession::instance().endRun();  // nothing of earlier tests
   ASSERT_TRUE(s->finalizeSettings());
+  // The three cases left out for their weight are announced through the settings' messages.
+  const stathost::RunRecord record = stathost::HostSession::instance().endRun();
+  ASSERT_EQ(record.messages.size(), 1u);
+  EXPECT_EQ(record.messages[0].level, stathost::MessageLevel::kWarning);
+  EXPECT_EQ(record.messages[0].command, "MEDIATION ANALYSIS");
+  EXPECT_EQ(record.messages[0].text,
+            "3 cases were left out because their scale weight w is missing or below 0.5 "
+            "(weights are rounded to whole replication counts).");
   EXPECT_EQ(s->casesRead, 20);
   EXPECT_EQ(s->casesValid, 16);
   EXPECT_EQ(s->casesDroppedForWeight, 3);
@@ -185,6 +194,34 @@ TEST_F(SettingsTest, WeightTotalsReconcile) {
   EXPECT_NEAR(s->weightChangeByRounding, 0.6, kSumTol);
   // What the cleaning removed, 0.4 + 2 (cases 15 and 18), less what rounding added.
   EXPECT_NEAR(s->totalWeightRead - s->totalWeightValid, 2.4 - 0.6, kSumTol);
+}
+
+// A whole run: the warning stands among the run's messages, which the host writes to
+// standard error and into the report.
+TEST_F(SettingsTest, CasesLeftOutForTheirWeightAreAnnouncedInTheRun) {
+  std::vector<double> y, m, x, w;
+  for (int i = 0; i < 30; ++i) {
+    y.push_back(1.0 + 0.5 * i + std::sin(i));
+    m.push_back(0.1 * i + 0.3 * (i % 2) + std::cos(i));
+    x.push_back(i % 2);
+    w.push_back(i < 6 ? 0.2 * (i % 3) : 1.0);  // 0, 0.2 and 0.4: six cases left out
+  }
+  testsupport::ActiveData weighted(
+      {testsupport::numericColumn("y", y), testsupport::numericColumn("m", m),
+       testsupport::numericColumn("x", x), testsupport::numericColumn("w", w)});
+  const stathost::RunRecord record =
+      run(validCommand("", "DISTRIBUTION=NORMAL SCALEWEIGHT=w", "", "", " CASE_SUMMARY"));
+  EXPECT_EQ(errors(record), "");
+  std::size_t found = 0;
+  for (const stathost::HostMessage& message : record.messages) {
+    if (message.text ==
+        "6 cases were left out because their scale weight w is missing or below 0.5 (weights "
+        "are rounded to whole replication counts).") {
+      ++found;
+      EXPECT_EQ(message.level, stathost::MessageLevel::kWarning);
+    }
+  }
+  EXPECT_EQ(found, 1u);
 }
 
 TEST_F(SettingsTest, FullCommand) {

@@ -629,6 +629,7 @@ TEST(CaseSummaryWeights, RemovedIsTheDifferenceAndTheRepairsAreFootnoted) {
         s.totalWeightValid = 330.0;
         s.casesDroppedForWeight = 30;
         s.weightsRounded = 60;
+        s.weightChangeByRounding = 24.0;
       },
       [](const medanlys::OutputContext& out) { medanlys::writeCaseSummary(out); });
   ASSERT_EQ(items.size(), 1u);
@@ -638,10 +639,13 @@ TEST(CaseSummaryWeights, RemovedIsTheDifferenceAndTheRepairsAreFootnoted) {
   EXPECT_EQ(t["cells"][1][3]["value"], -15.0);
   EXPECT_EQ(footnoteTexts(t),
             (std::vector<std::string>{
-                "30 cases were left out because their scale weight W was missing or below 0.5.",
+                "30 cases were left out because their scale weight W was missing or below 0.5. A "
+                "missing or negative weight counts as 0 in the Original total weight.",
                 "Scale weights of 60 cases were rounded to whole numbers (halves away from zero); "
                 "the Cleaned total weight is the sum of the rounded weights. Rounding raised the "
-                "total weight, so Removed (Original minus Cleaned) is negative."}));
+                "total weight, so Removed (Original minus Cleaned) is negative. Removed is the "
+                "9.0000 that the removed cases weighed as read minus the 24.0000 that rounding "
+                "added to the kept cases."}));
 }
 
 TEST(CaseSummaryWeights, OneCaseAndNoRoundingUpGiveTheShortForms) {
@@ -652,17 +656,64 @@ TEST(CaseSummaryWeights, OneCaseAndNoRoundingUpGiveTheShortForms) {
       "CITYPE=DELTA COVB=MODEL ANALYSISTYPE=CAUSAL /PRINT CASE_SUMMARY.",
       false,
       [](medanlys::MediationSettings& s, medanlys::MediationCaseData&) {
+        s.casesRead = 300;
+        s.casesValid = 299;
         s.totalWeightRead = 300.2;
         s.totalWeightValid = 299.0;
         s.casesDroppedForWeight = 1;
         s.weightsRounded = 1;
+        s.weightChangeByRounding = -0.3;
       },
       [](const medanlys::OutputContext& out) { medanlys::writeCaseSummary(out); });
   EXPECT_EQ(footnoteTexts(items[0]),
             (std::vector<std::string>{
-                "1 case was left out because its scale weight W was missing or below 0.5.",
+                "1 case was left out because its scale weight W was missing or below 0.5. A "
+                "missing or negative weight counts as 0 in the Original total weight.",
                 "Scale weights of 1 case were rounded to whole numbers (halves away from zero); "
-                "the Cleaned total weight is the sum of the rounded weights."}));
+                "the Cleaned total weight is the sum of the rounded weights. Removed is the "
+                "0.9000 that the removed cases weighed as read plus the 0.3000 that rounding "
+                "took from the kept cases."}));
+}
+
+// A file whose weights leave cases out (0.3, missing, -1), round others (1.6 up, 2.4 down)
+// and that has missing values besides: the footnotes account for every removed case and
+// for the whole Removed weight.
+TEST(CaseSummaryWeights, FootnotesReconcileBothRowsOfARealFile) {
+  std::vector<double> w, k;
+  for (int i = 0; i < 300; ++i) {
+    const double weights[] = {0.3, NAN, -1.0, 1.6, 2.4, 1.0, 1.0, 1.0, 1.0, 1.0};
+    w.push_back(weights[i % 10]);
+    // Missing for 12 cases whose weights are usable: six of 2.4, six of 1.
+    k.push_back(i % 25 == 4 ? NAN : std::sin(0.3 * i));
+  }
+  const json items = runOn(
+      datasetOf(referenceColumns(
+          "nn_binA", {testsupport::numericColumn("W", w), testsupport::numericColumn("K", k)})),
+      "MEDIATION ANALYSIS OUTCOMEVAR=Y MEDIATORVAR=M PREDICTORVAR=A(BLEVEL=0 ELEVEL=1) "
+      "WITH K /MEDMODEL DISTRIBUTION=NORMAL SCALEWEIGHT=W /OUTMODEL DISTRIBUTION=NORMAL "
+      "/CRITERIA CILEVEL=95 CITYPE=DELTA COVB=MODEL ANALYSISTYPE=CAUSAL /PRINT "
+      "CASE_SUMMARY.");
+  const json* t = tableTitled(items, "Case Processing Summary");
+  ASSERT_NE(t, nullptr);
+  // 300 read; 90 left out for the weight and 12 for K: 198 kept.
+  EXPECT_EQ((*t)["cells"][0][1]["value"], 300.0);
+  EXPECT_EQ((*t)["cells"][0][2]["value"], 198.0);
+  EXPECT_EQ((*t)["cells"][0][3]["value"], 102.0);
+  // As read: 30 x 0.3 + 30 x 1.6 + 30 x 2.4 + 150 x 1 = 279 (missing and -1 count 0).
+  // Kept and rounded: 30 x 2 + 24 x 2 + 144 x 1 = 252. Rounding added 30 x 0.4 - 24 x 0.4.
+  constexpr double kSumTol = 1e-9;
+  EXPECT_NEAR((*t)["cells"][1][1]["value"].get<double>(), 279.0, kSumTol);
+  EXPECT_NEAR((*t)["cells"][1][2]["value"].get<double>(), 252.0, kSumTol);
+  EXPECT_NEAR((*t)["cells"][1][3]["value"].get<double>(), 27.0, kSumTol);
+  EXPECT_EQ(footnoteTexts(*t),
+            (std::vector<std::string>{
+                "Of the 102 cases removed, 90 were left out because their scale weight W was "
+                "missing or below 0.5 and 12 because a value of an analysis variable was missing. "
+                "A missing or negative weight counts as 0 in the Original total weight.",
+                "Scale weights of 54 cases were rounded to whole numbers (halves away from zero); "
+                "the Cleaned total weight is the sum of the rounded weights. Removed is the "
+                "29.4000 that the removed cases weighed as read minus the 2.4000 that rounding "
+                "added to the kept cases."}));
 }
 
 // ---- what a scale weight does ---------------------------------------------------------------
