@@ -10,23 +10,52 @@
 
 namespace medanlys {
 
+namespace {
+
+// The number of the first covariate's coefficient: Beta2 in the mediator model, Theta4 in
+// the outcome model (Theta3 is the interaction's, whether or not it is in the model).
+std::size_t firstCovariateIndex(bool outcome) { return outcome ? 4 : 2; }
+
+// The parameters before the covariates: intercept and exposure, and for the outcome the
+// mediator and the interaction when it is in the model.
+std::size_t leadingParameters(const MediationSettings& s, bool outcome) {
+  return outcome ? (s.interaction ? 4 : 3) : 2;
+}
+
+}  // namespace
+
 std::vector<std::string> parameterLabels(const MediationSettings& s, bool outcome,
                                          std::size_t count, bool symbolOnIntercept) {
   const std::string symbol = outcome ? "Theta" : "Beta";
   std::vector<std::string> labels;
   labels.push_back(symbolOnIntercept ? "Intercept (" + symbol + "0)" : "Intercept");
   labels.push_back(s.predictorVar + " (" + symbol + "1)");
-  std::size_t first = 2;
   if (outcome) {
     labels.push_back(s.mediatorVar + " (Theta2)");
     if (s.interaction) labels.push_back(s.predictorVar + " x " + s.mediatorVar + " (Theta3)");
-    first = 4;
   }
+  const std::size_t first = firstCovariateIndex(outcome);
   for (std::size_t i = 0; labels.size() < count; ++i) {
     const std::string index = std::to_string(first + i);
     labels.push_back("Covariate " + index + " (" + symbol + index + ")");
   }
   return labels;
+}
+
+std::string covariateKeyNote(const OutputContext& out, bool outcome, std::size_t count) {
+  const std::vector<std::string>& names = out.results.covariateLabels;
+  const std::size_t leading = leadingParameters(out.settings, outcome);
+  const std::size_t covariates = count > leading ? std::min(count - leading, names.size()) : 0;
+  std::string note;
+  for (std::size_t j = 0; j < covariates; ++j) {
+    // A covariate transformed for its skewness enters the models as its formula.
+    const std::string role = "Covariate_" + std::to_string(j);
+    const TransformationRecord* t = transformationOf(out, role.c_str());
+    note += (j ? "; " : "") + std::string("Covariate ") +
+            std::to_string(firstCovariateIndex(outcome) + j) + " = " +
+            (t ? transformedFormula(*t, names[j]) : names[j]);
+  }
+  return note.empty() ? note : note + ".";
 }
 
 namespace {
@@ -42,6 +71,12 @@ std::vector<std::string> modelNotes(const OutputContext& out, bool outcome, Weig
   return notes;
 }
 
+// The footnote that names the variable behind each "Covariate k" row, when there are any.
+void addCovariateKey(TableBuilder& t, const OutputContext& out, bool outcome, std::size_t count) {
+  const std::string key = covariateKeyNote(out, outcome, count);
+  if (!key.empty()) t.footnote(key);
+}
+
 int writeLinearModel(const OutputContext& out, bool outcome) {
   const WlsFit& fit = outcome ? out.results.outcomeFit : out.results.mediatorFit;
   TableBuilder t(out.generator, outcome ? "Outcome Regression Model Summary"
@@ -51,6 +86,7 @@ int writeLinearModel(const OutputContext& out, bool outcome) {
                      : "Beta coefficients on transformtype(mediator) scale");
   for (const std::string& note : modelNotes(out, outcome, WeightNoteFor::kLinearModel))
     t.footnote(note);
+  addCovariateKey(t, out, outcome, fit.coefficients.size());
   t.rowHeaderLabel("Parameter");
   t.columnGroup("Robust", {"Estimate", "Robust SE", "t statistic"});
   t.columnGroup("Model-based", {"Estimate", "Model SE", "t statistic"});
@@ -87,8 +123,7 @@ int writeCovariance(const OutputContext& out, bool outcome) {
   // One label per parameter of the model as the command defines it (intercept, exposure,
   // mediator and interaction for the outcome, one per covariate column); labels that do
   // not match the matrix leave the extra rows and columns their index.
-  const std::size_t parameters =
-      (outcome ? (s.interaction ? 4 : 3) : 2) + out.results.covariateLabels.size();
+  const std::size_t parameters = leadingParameters(s, outcome) + out.results.covariateLabels.size();
   std::vector<std::string> labels = parameterLabels(s, outcome, parameters, false);
   labels.resize(parameters);
   const bool mismatch = labels.size() != order;
@@ -108,6 +143,8 @@ int writeCovariance(const OutputContext& out, bool outcome) {
                    outcome ? outcomeTransformNote(out, NoteTarget::kModel) : std::string(),
                    mediatorScaleNote(out, NoteTarget::kModel)});
   for (const std::string& note : notes) t.footnote(note);
+  // The covariates among the rows and columns printed.
+  addCovariateKey(t, out, outcome, std::min(shown, parameters));
   t.rowHeaderLabel("Parameter");
   t.columnDimensionLabel(robust ? "Robust" : "Model-based");
   for (std::size_t j = 0; j < shown; ++j) t.column(labels[j]);
@@ -165,6 +202,7 @@ const std::vector<double>& outcomeCoefficients(const OutputContext& out) {
 int writeLogisticMediatorModel(const OutputContext& out, const GlmModelTable& model) {
   TableBuilder t(out.generator, "Mediation Regression Model Summary");
   for (const std::string& note : modelNotes(out, false, WeightNoteFor::kGlmModel)) t.footnote(note);
+  addCovariateKey(t, out, false, model.rows.size());
   t.rowHeaderLabel("Parameter");
   for (const char* c : {"Estimate", "Robust SE", "Model SE", "OR"}) t.column(c);
   t.columnGroup(confidenceIntervalLabel(out.settings.ciLevel), {"Lower", "Upper"});
@@ -196,6 +234,7 @@ int writeGlmOutcomeModel(const OutputContext& out, const GlmModelTable& model) {
   t.footnote(line);
   t.footnote("Theta coefficients on transform type(outcome) scale.");
   for (const std::string& note : modelNotes(out, true, WeightNoteFor::kGlmModel)) t.footnote(note);
+  addCovariateKey(t, out, true, model.rows.size());
   t.rowHeaderLabel("Parameter");
   t.columnGroup("Robust", {"Estimate", "Robust SE"});
   t.columnGroup("Model-based", {"Estimate", "Model SE"});

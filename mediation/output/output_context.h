@@ -42,6 +42,12 @@ struct GlmModelTable {
 std::vector<std::string> parameterLabels(const MediationSettings& s, bool outcome,
                                          std::size_t count, bool symbolOnIntercept = true);
 
+// The variable behind each "Covariate k" label of a model with `count` coefficients (or
+// a covariance matrix of that many printed rows), in design order: "Covariate 2 =
+// region=2; Covariate 3 = age." A factor's indicator column is named variable=level; a
+// covariate transformed for its skewness is named by its formula. "" without covariates.
+std::string covariateKeyNote(const OutputContext& out, bool outcome, std::size_t count);
+
 // The tables of the run, each under its own condition; return the host status.
 int writeCaseSummary(const OutputContext& out);
 int writeDescriptives(const OutputContext& out);

@@ -336,7 +336,9 @@ TEST_P(GlmCovarianceTable, PrintsTheFittedModelsCovarianceLabelledLikeTheLinearO
   ASSERT_NE(table, nullptr);
   EXPECT_EQ((*table)["column_header"]["label"], c.robust ? "Robust" : "Model-based");
   EXPECT_EQ(footnoteTexts(*table),
-            std::vector<std::string>{"Covariance matrix of parameter estimates."});
+            (std::vector<std::string>{"Covariance matrix of parameter estimates.",
+                                      c.outcome ? "Covariate 4 = C1; Covariate 5 = C2."
+                                                : "Covariate 2 = C1; Covariate 3 = C2."}));
   const std::vector<std::string> labels =
       c.outcome ? std::vector<std::string>{"Intercept",
                                            "A (Theta1)",
@@ -435,6 +437,126 @@ TEST(CovarianceLabels, MismatchNoteOnAGlmMatrixOfTheWrongOrder) {
   }
 }
 
+// ---- the variable behind each "Covariate k" row ----------------------------------------------
+
+struct CovariateKeyCase {
+  const char* name;
+  const char* dataset;
+  const char* variables;  // BY and WITH lists, or nothing
+  const char* models;     // the /MEDMODEL and /OUTMODEL subcommands
+  const char* print;
+  const char* title;
+  const char* note;  // "" when the table has no covariate rows
+};
+void PrintTo(const CovariateKeyCase& c, std::ostream* os) { *os << c.name; }
+
+class CovariateKey : public ::testing::TestWithParam<CovariateKeyCase> {};
+
+// Every model and covariance table names the variable (or factor level) behind each of its
+// "Covariate k" rows, numbered as the rows are: from Beta2 in the mediator model, from
+// Theta4 in the outcome model, factor indicators first.
+TEST_P(CovariateKey, FootnoteNamesEveryCovariateRow) {
+  const CovariateKeyCase& c = GetParam();
+  const std::size_t n = testsupport::referenceData(c.dataset)->columns[0].numbers.size();
+  std::vector<double> g;
+  for (std::size_t i = 0; i < n; ++i) g.push_back(1.0 + static_cast<double>(i % 3));
+  const json items =
+      runOn(datasetOf(referenceColumns(
+                c.dataset, {testsupport::numericColumn("G", g, stathost::MeasureLevel::kNominal)})),
+            std::string("MEDIATION ANALYSIS OUTCOMEVAR=Y MEDIATORVAR=M PREDICTORVAR=A(BLEVEL=0 "
+                        "ELEVEL=1) ") +
+                c.variables + " " + c.models +
+                " /CRITERIA CILEVEL=95 CITYPE=DELTA COVB=MODEL ANALYSISTYPE=CAUSAL /PRINT " +
+                c.print + ".");
+  const json* table = tableTitled(items, c.title);
+  ASSERT_NE(table, nullptr);
+  const std::vector<std::string> notes = footnoteTexts(*table);
+  std::string key;
+  for (const std::string& f : notes) {
+    if (f.rfind("Covariate ", 0) == 0) key = f;
+  }
+  EXPECT_EQ(key, c.note) << testing::PrintToString(notes);
+  // Each "Covariate k (...)" row label has its "Covariate k = " entry.
+  std::size_t rows = 0;
+  for (const json& row : (*table)["rows"]) {
+    const std::string label = row.back();
+    if (label.rfind("Covariate ", 0) != 0) continue;
+    ++rows;
+    const std::string number = label.substr(0, label.find(' ', 10));
+    EXPECT_NE(key.find(number + " = "), std::string::npos) << label;
+  }
+  EXPECT_EQ(rows == 0, std::string(c.note).empty());
+}
+
+constexpr const char* kNormalModels = "/MEDMODEL DISTRIBUTION=NORMAL /OUTMODEL DISTRIBUTION=NORMAL";
+constexpr const char* kMediatorKey =
+    "Covariate 2 = G=2; Covariate 3 = G=3; Covariate 4 = C1; Covariate 5 = C2.";
+constexpr const char* kOutcomeKey =
+    "Covariate 4 = G=2; Covariate 5 = G=3; Covariate 6 = C1; Covariate 7 = C2.";
+INSTANTIATE_TEST_SUITE_P(
+    Tables, CovariateKey,
+    ::testing::Values(
+        CovariateKeyCase{"LinearMediatorModel", "nn_binA", "BY G WITH C1 C2", kNormalModels,
+                         "MEDIATION_REGRESSION_MODEL", "Mediation Regression Model Summary",
+                         kMediatorKey},
+        CovariateKeyCase{"LinearOutcomeModel", "nn_binA", "BY G WITH C1 C2", kNormalModels,
+                         "OUTCOME_REGRESSION_MODEL", "Outcome Regression Model Summary",
+                         kOutcomeKey},
+        CovariateKeyCase{"LogisticMediatorModel", "bn", "BY G WITH C1 C2",
+                         "/MEDMODEL DISTRIBUTION=BINOMIAL /OUTMODEL DISTRIBUTION=NORMAL",
+                         "MEDIATION_REGRESSION_MODEL", "Mediation Regression Model Summary",
+                         kMediatorKey},
+        CovariateKeyCase{"GlmOutcomeModel", "nb_logit", "BY G WITH C1 C2",
+                         "/MEDMODEL DISTRIBUTION=NORMAL /OUTMODEL DISTRIBUTION=BINOMIAL LINK=LOGIT",
+                         "OUTCOME_REGRESSION_MODEL", "Outcome Regression Model Summary",
+                         kOutcomeKey},
+        CovariateKeyCase{"LinearCovarianceMediator", "nn_binA", "BY G WITH C1 C2", kNormalModels,
+                         "COV_MATRIX", "Covariance matrix - mediator", kMediatorKey},
+        CovariateKeyCase{"LinearCovarianceOutcome", "nn_binA", "BY G WITH C1 C2", kNormalModels,
+                         "COV_MATRIX", "Covariance matrix - outcome", kOutcomeKey},
+        CovariateKeyCase{"GlmCovarianceOutcome", "nb_logit", "BY G WITH C1 C2",
+                         "/MEDMODEL DISTRIBUTION=NORMAL /OUTMODEL DISTRIBUTION=BINOMIAL LINK=LOGIT",
+                         "COV_MATRIX", "Covariance matrix - outcome", kOutcomeKey},
+        CovariateKeyCase{"LogisticCovarianceMediator", "bn", "WITH C2",
+                         "/MEDMODEL DISTRIBUTION=BINOMIAL /OUTMODEL DISTRIBUTION=NORMAL",
+                         "COV_MATRIX", "Covariance matrix - mediator", "Covariate 2 = C2."},
+        CovariateKeyCase{"FactorOnly", "nn_binA", "BY G", kNormalModels,
+                         "MEDIATION_REGRESSION_MODEL", "Mediation Regression Model Summary",
+                         "Covariate 2 = G=2; Covariate 3 = G=3."},
+        CovariateKeyCase{"NoCovariates", "nn_binA", "", kNormalModels, "OUTCOME_REGRESSION_MODEL",
+                         "Outcome Regression Model Summary", ""}),
+    [](const ::testing::TestParamInfo<CovariateKeyCase>& param) { return param.param.name; });
+
+// Without the interaction the outcome's covariates keep their numbers (Theta3 is the
+// interaction's), and a covariate transformed for its skewness is named by its formula.
+TEST(CovariateKeyNumbers, WithoutInteractionAndWithATransformedCovariate) {
+  const json items = writeTables(
+      referenceColumns("nn_binA"),
+      "MEDIATION ANALYSIS OUTCOMEVAR=Y MEDIATORVAR=M PREDICTORVAR=A(BLEVEL=0 ELEVEL=1 "
+      "INTERACTION=FALSE) WITH C1 C2 /MEDMODEL DISTRIBUTION=NORMAL /OUTMODEL DISTRIBUTION=NORMAL "
+      "/CRITERIA CILEVEL=95 CITYPE=DELTA COVB=MODEL ANALYSISTYPE=CAUSAL /PRINT.",
+      true,
+      [](medanlys::MediationSettings&, medanlys::MediationCaseData& r) {
+        medanlys::TransformationRecord t;
+        t.name = "log";
+        r.transformations["Covariate_1"] = t;
+      },
+      [](const medanlys::OutputContext& out) {
+        medanlys::writeLinearMediatorModel(out);
+        medanlys::writeLinearOutcomeModel(out);
+        medanlys::writeCovarianceMatrices(out);
+      });
+  const json* outcome = tableTitled(items, "Outcome Regression Model Summary");
+  ASSERT_NE(outcome, nullptr);
+  EXPECT_EQ((*outcome)["rows"][3][0], "Covariate 4 (Theta4)");
+  EXPECT_TRUE(hasFootnote(*outcome, "Covariate 4 = C1; Covariate 5 = log(C2)."))
+      << testing::PrintToString(footnoteTexts(*outcome));
+  EXPECT_TRUE(hasFootnote(*tableTitled(items, "Covariance matrix - outcome"),
+                          "Covariate 4 = C1; Covariate 5 = log(C2)."));
+  EXPECT_TRUE(hasFootnote(*tableTitled(items, "Mediation Regression Model Summary"),
+                          "Covariate 2 = C1; Covariate 3 = log(C2)."));
+}
+
 // ---- the level of every interval ------------------------------------------------------------
 
 std::string intervalHeader(const json& table) {
@@ -498,7 +620,6 @@ TEST_P(DeltaIntervalLevel, HeaderShowsTheCriteriaLevel) {
   EXPECT_EQ(intervalHeader(*table), "90% Confidence Interval");
 }
 
-constexpr const char* kNormalModels = "/MEDMODEL DISTRIBUTION=NORMAL /OUTMODEL DISTRIBUTION=NORMAL";
 INSTANTIATE_TEST_SUITE_P(
     Tables, DeltaIntervalLevel,
     ::testing::Values(
