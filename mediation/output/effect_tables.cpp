@@ -196,6 +196,8 @@ int writeRatioStatistics(const OutputContext& out, bool bootstrap) {
   if (bootstrap) footnotes.push_back(bootstrapIntervalNote(out.settings.bootstrapInterval));
   // Proportions of effects are formed on the outcome's model scale.
   addNotes(footnotes, {outcomeTransformNote(out, NoteTarget::kProportions)});
+  // The numbers are kept, however large: the note says when they mean nothing.
+  addNotes(footnotes, {totalEffectNote(out, bootstrap)});
   return writeEffects(out,
                       bootstrap ? "Ratio Statistics (Bootstrap method)"
                                 : "Ratio Statistics (All Decomposition Proportions)",

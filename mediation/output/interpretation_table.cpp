@@ -76,6 +76,13 @@ int writeEffectInterpretation(const OutputContext& out) {
   addNotes(notes, {outcomeTransformNote(out, NoteTarget::kEffects),
                    exposureTransformNote(out, NoteTarget::kEffects),
                    mediatorTransformNote(out, NoteTarget::kEffects)});
+  // The proportion mediated is of a total effect that may not be distinguishable from
+  // zero; judged by the interval the report's effect tables show.
+  if (std::isfinite(estimateOf(out, "PM"))) {
+    const bool bootstrap =
+        out.results.flags[FLAG_BOOTSTRAP_SUCCEEDED] && !out.results.bootstrap.empty();
+    addNotes(notes, {totalEffectNote(out, bootstrap)});
+  }
   for (const std::string& note : notes) t.footnote(note);
   for (const char* c : {"Effect", "Value", "Interpretation"}) t.column(c);
   const std::string path = "('" + s.predictorVar + "'" + kArrow + "'" + s.mediatorVar + "')";

@@ -3,6 +3,8 @@
 #include <cmath>
 #include <cstdio>
 
+#include "effects/continuous_effects.h"
+
 namespace medanlys {
 namespace {
 
@@ -189,6 +191,50 @@ std::string weightNote(const OutputContext& out, WeightNoteFor target) {
              " takes the sample size as " + cases + ", not " + total + ".";
     }
   }
+}
+
+std::string totalEffectNote(const OutputContext& out, bool bootstrap) {
+  const MediationSettings& s = out.settings;
+  // The proportions of a binary or count outcome are of the excess relative risk.
+  const bool ratioOutcome = s.outcomeDistribution != NORMAL;
+  const std::string key = ratioOutcome ? "excRR_TE" : "TE";
+  double estimate = NAN, lower = NAN, upper = NAN;
+  int level = s.ciLevel;
+  if (bootstrap) {
+    const auto it = out.results.bootstrap.find(key);
+    if (it == out.results.bootstrap.end()) return "";
+    const IntervalKeys keys = bootstrapIntervalKeys(s.bootstrapInterval);
+    auto get = [&](const char* name) {
+      const auto v = it->second.find(name);
+      return v == it->second.end() ? NAN : v->second;
+    };
+    estimate = get("estimate");
+    lower = get(keys.lower);
+    upper = get(keys.upper);
+    level = bootstrapLevel(s);
+  } else {
+    const auto it = out.results.effects.find(key);
+    if (it == out.results.effects.end()) return "";
+    estimate = it->second.estimate;
+    const double halfWidth = criticalValue(s.ciLevel) * it->second.se;
+    if (!(std::fabs(estimate) < halfWidth)) return "";  // also when either is not finite
+    lower = estimate - halfWidth;
+    upper = estimate + halfWidth;
+  }
+  if (!(std::isfinite(estimate) && lower <= 0.0 && upper >= 0.0)) return "";
+  const std::string subject =
+      ratioOutcome ? "The total effect on the excess relative risk scale, excRR_TE = " +
+                         formatValue(estimate) + " (the denominator of the proportions),"
+                   : "The total effect TE = " + formatValue(estimate);
+  const std::string interval =
+      std::to_string(level) + "% " +
+      (bootstrap ? "bootstrap " + bootstrapIntervalName(s.bootstrapInterval) + " interval"
+                 : std::string("confidence interval"));
+  return subject + " is not distinguishable from zero: its " + interval + ", " +
+         formatValue(lower) + " to " + formatValue(upper) +
+         ", contains 0. Proportions of a total effect that is not distinguishable from zero are "
+         "not interpretable: they can lie far outside 0\u2013100% and change sign with small "
+         "changes in the data.";
 }
 
 void addNotes(std::vector<std::string>& footnotes, const std::vector<std::string>& notes) {

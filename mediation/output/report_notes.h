@@ -71,6 +71,16 @@ enum class WeightNoteFor { kLinearModel, kGlmModel, kDeltaEffects, kBootstrapEff
 
 std::string weightNote(const OutputContext& out, WeightNoteFor target);
 
+// ---- proportions of the total effect -------------------------------------------------------
+
+// "The total effect TE is not distinguishable from zero: ..." when the interval of the
+// total effect that the proportions divide by contains 0 (TE for a continuous outcome,
+// excRR_TE for a binary or count outcome), else "". The delta-method test is
+// |TE| < z_c SE(TE) at the CRITERIA level; with `bootstrap` it is the bootstrap interval
+// the tables show. A proportion of such a total effect can take any value, far outside
+// 0-100% and of either sign, without meaning anything.
+std::string totalEffectNote(const OutputContext& out, bool bootstrap);
+
 // Appends the texts that are not empty.
 void addNotes(std::vector<std::string>& footnotes, const std::vector<std::string>& notes);
 

@@ -1,6 +1,7 @@
 // The sentences of "Effect Interpretation" in its three variants.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <functional>
 
 #include "entry/medanlys_entry.h"
@@ -168,6 +169,88 @@ TEST_F(Interpretation, LogOutcomeSentencesNameTheScale) {
             "The outcome y was transformed to log(y) for its skewness. Effects are on the "
             "transformed scale.");
 }
+
+// ---- the proportion mediated of a total effect near zero -------------------------------------
+
+struct TotalEffectCase {
+  const char* name;
+  bool binaryOutcome;  // the proportions are of excRR_TE, else of TE
+  double estimate, se;
+  bool bootstrap;  // a bootstrap that succeeded, with these percentile limits
+  double lower, upper;
+  double pm;
+  const char* note;  // "" for none
+};
+void PrintTo(const TotalEffectCase& c, std::ostream* os) { *os << c.name; }
+
+class TotalEffectNote : public Interpretation,
+                        public ::testing::WithParamInterface<TotalEffectCase> {};
+
+// The Proportion Mediated keeps its value; a footnote says when the total effect it divides
+// by is not distinguishable from zero: |TE| < z SE(TE) by the delta method, or the bootstrap
+// interval of TE contains 0 when the bootstrap succeeded.
+TEST_P(TotalEffectNote, FlagsTheProportionMediatedOfATotalEffectNearZero) {
+  const TotalEffectCase& c = GetParam();
+  const std::string key = c.binaryOutcome ? "excRR_TE" : "TE";
+  const json t = write(c.binaryOutcome ? "OUTCOMEVAR=bin MEDIATORVAR=m PREDICTORVAR=x" : "", "",
+                       c.binaryOutcome ? "DISTRIBUTION=BINOMIAL LINK=LOGIT" : "",
+                       [&](const OutputContext& out, MediationCaseData& results) {
+                         results.effects[key].estimate = c.estimate;
+                         results.effects[key].se = c.se;
+                         results.effects["PM"].estimate = c.pm;
+                         if (c.bootstrap) {
+                           results.flags[FLAG_BOOTSTRAP_SUCCEEDED] = true;
+                           results.bootstrap[key] = {{"estimate", c.estimate},
+                                                     {"percentile_ci_lower", c.lower},
+                                                     {"percentile_ci_upper", c.upper}};
+                         }
+                         writeEffectInterpretation(out);
+                       });
+  std::vector<std::string> notes;
+  for (const json& f : t["footnotes"]) notes.push_back(f["text"]);
+  EXPECT_EQ(notes, std::string(c.note).empty() ? std::vector<std::string>{}
+                                               : std::vector<std::string>{c.note});
+  // The value is shown as computed.
+  if (std::isfinite(c.pm)) {
+    EXPECT_EQ(t["cells"][4][1]["value"], c.pm);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, TotalEffectNote,
+    ::testing::Values(
+        // 0.02 -/+ 1.959964 x 0.1
+        TotalEffectCase{"DeltaIntervalContainsZero", false, 0.02, 0.1, false, 0, 0, -185.6,
+                        "The total effect TE = 0.0200 is not distinguishable from zero: its 95% "
+                        "confidence interval, -0.1760 to 0.2160, contains 0. Proportions of a "
+                        "total effect that is not distinguishable from zero are not "
+                        "interpretable: they can lie far outside 0\u2013100% and change sign "
+                        "with small changes in the data."},
+        TotalEffectCase{"NegativeTotalEffectJustInside", false, -0.19, 0.1, false, 0, 0, 310.0,
+                        "The total effect TE = -0.1900 is not distinguishable from zero: its 95% "
+                        "confidence interval, -0.3860 to 0.0060, contains 0. Proportions of a "
+                        "total effect that is not distinguishable from zero are not "
+                        "interpretable: they can lie far outside 0\u2013100% and change sign "
+                        "with small changes in the data."},
+        TotalEffectCase{"DeltaIntervalExcludesZero", false, 0.2, 0.1, false, 0, 0, 45.0, ""},
+        TotalEffectCase{"ExcessRelativeRiskOfABinaryOutcome", true, 0.03, 0.05, false, 0, 0, -250.0,
+                        "The total effect on the excess relative risk scale, excRR_TE = 0.0300 "
+                        "(the denominator of the proportions), is not distinguishable from zero: "
+                        "its 95% confidence interval, -0.0680 to 0.1280, contains 0. Proportions "
+                        "of a total effect that is not distinguishable from zero are not "
+                        "interpretable: they can lie far outside 0\u2013100% and change sign "
+                        "with small changes in the data."},
+        TotalEffectCase{"BootstrapIntervalContainsZero", false, 0.3, 0.1, true, -0.05, 0.6, 80.0,
+                        "The total effect TE = 0.3000 is not distinguishable from zero: its 95% "
+                        "bootstrap percentile interval, -0.0500 to 0.6000, contains 0. "
+                        "Proportions of a total effect that is not distinguishable from zero are "
+                        "not interpretable: they can lie far outside 0\u2013100% and change sign "
+                        "with small changes in the data."},
+        // The delta-method interval would contain 0; the bootstrap one, which the report
+        // shows, does not.
+        TotalEffectCase{"BootstrapIntervalExcludesZero", false, 0.02, 0.1, true, 0.01, 0.04, 150.0,
+                        ""},
+        TotalEffectCase{"NoProportionFormed", false, 0.0, 0.1, false, 0, 0, NAN, ""}));
 
 // The caption of a real run shows the outcome's codes as the data hold them.
 json interpretationOf(std::vector<stathost::Column> columns, const std::string& command) {

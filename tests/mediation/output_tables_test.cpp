@@ -994,6 +994,89 @@ INSTANTIATE_TEST_SUITE_P(
                    "sample of that size, not the total weight 412.5."}),
     [](const ::testing::TestParamInfo<WeightCase>& param) { return param.param.name; });
 
+// ---- proportions of a total effect near zero -------------------------------------------------
+
+// A direct effect that cancels the indirect one: TE is near 0 and its interval contains 0,
+// so PM and the other proportions can take any value. With the interaction in the outcome
+// model and no covariates, TE is the difference of the outcome's means between the two
+// exposure groups, which the data set to 0.02.
+std::shared_ptr<stathost::Dataset> cancellingEffects() {
+  std::vector<double> a, m, y;
+  std::mt19937 generator(5);
+  auto normal = [&] {
+    const double u = (generator() + 0.5) / 4294967296.0, v = (generator() + 0.5) / 4294967296.0;
+    return std::sqrt(-2.0 * std::log(u)) * std::cos(6.283185307179586 * v);
+  };
+  double sum[2] = {0.0, 0.0};
+  for (int i = 0; i < 200; ++i) {
+    a.push_back(i % 2);
+    m.push_back(a.back() + normal());
+    y.push_back(m.back() - a.back() + 0.5 * normal());
+    sum[i % 2] += y.back();
+  }
+  const double shift = (sum[1] - sum[0]) / 100.0 - 0.02;
+  for (int i = 1; i < 200; i += 2) y[i] -= shift;
+  return datasetOf({testsupport::numericColumn("A", a), testsupport::numericColumn("M", m),
+                    testsupport::numericColumn("Y", y)});
+}
+
+// The note quotes the TE interval of the decomposition table the report shows, delta
+// method or bootstrap, and stands on the ratio table and the interpretation table.
+TEST(TotalEffectNote, ProportionsOfATotalEffectNearZeroAreFlagged) {
+  const std::string command =
+      "MEDIATION ANALYSIS OUTCOMEVAR=Y MEDIATORVAR=M PREDICTORVAR=A(BLEVEL=0 ELEVEL=1) /MEDMODEL "
+      "DISTRIBUTION=NORMAL /OUTMODEL DISTRIBUTION=NORMAL /CRITERIA CILEVEL=90 CITYPE=DELTA "
+      "COVB=MODEL ANALYSISTYPE=CAUSAL /PRINT DECOMP_RESULTS RATIO_STATS";
+  struct Run {
+    const char* suffix;
+    const char* decomposition;
+    const char* ratios;
+    const char* interval;
+  };
+  for (const Run& run :
+       {Run{".", "Decomposition Analysis (Delta method)",
+            "Ratio Statistics (All Decomposition Proportions)", "90% confidence interval"},
+        Run{" /BOOTSTRAP CRITERIA(CILEVEL=80 NSAMPLES=300 SEED=5 INTERVAL=BCA).",
+            "Decomposition Analysis Results(Bootstrap method)",
+            "Ratio Statistics (Bootstrap method)",
+            "80% bootstrap bias-corrected and accelerated (BCa) interval"}}) {
+    const json items = runOn(cancellingEffects(), command + run.suffix);
+    const json* decomposition = tableTitled(items, run.decomposition);
+    ASSERT_NE(decomposition, nullptr) << run.suffix;
+    // The TE row: Estimate, SE, z, p-value, Lower, Upper.
+    const json& te = (*decomposition)["cells"][3];
+    ASSERT_EQ((*decomposition)["rows"][3][0], "TE");
+    const std::string note =
+        "The total effect TE = " + te[0]["text"].get<std::string>() +
+        " is not distinguishable from zero: its " + run.interval + ", " +
+        te[4]["text"].get<std::string>() + " to " + te[5]["text"].get<std::string>() +
+        ", contains 0. Proportions of a total effect that is not distinguishable from zero are "
+        "not interpretable: they can lie far outside 0\u2013100% and change sign with small "
+        "changes in the data.";
+    ASSERT_LT(te[4]["value"].get<double>(), 0.0);
+    ASSERT_GT(te[5]["value"].get<double>(), 0.0);
+    const json* ratios = tableTitled(items, run.ratios);
+    ASSERT_NE(ratios, nullptr) << run.suffix;
+    // The number is kept, far outside 0-100%.
+    ASSERT_EQ((*ratios)["rows"][0][0], "PM (NIE/TE)");
+    EXPECT_GT(std::fabs((*ratios)["cells"][0][0]["value"].get<double>()), 100.0);
+    EXPECT_TRUE(hasFootnote(*ratios, note)) << testing::PrintToString(footnoteTexts(*ratios));
+    const json* interpretation = tableTitled(items, "Effect Interpretation");
+    ASSERT_NE(interpretation, nullptr);
+    EXPECT_TRUE(hasFootnote(*interpretation, note))
+        << testing::PrintToString(footnoteTexts(*interpretation));
+  }
+  // A total effect whose interval excludes 0 gives no note.
+  const json items = runReference(kAllTables + ".");
+  for (const char* title :
+       {"Ratio Statistics (All Decomposition Proportions)", "Effect Interpretation"}) {
+    const json* t = tableTitled(items, title);
+    ASSERT_NE(t, nullptr);
+    for (const std::string& f : footnoteTexts(*t))
+      EXPECT_EQ(f.find("not distinguishable from zero"), std::string::npos) << title;
+  }
+}
+
 // ---- the mediator's scaling and the skewness transformations ---------------------------------
 
 // A mediator in the thousands is divided by 100 before fitting: every table that shows a
