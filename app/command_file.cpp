@@ -1,5 +1,6 @@
 #include "command_file.h"
 
+#include <algorithm>
 #include <cctype>
 #include <sstream>
 
@@ -63,6 +64,19 @@ bool startsNewCommand(const std::string& line, const std::vector<std::string>& k
   return false;
 }
 
+// True when the line, leading blanks aside, begins with all the words of a known name.
+bool beginsWithCommandName(const std::string& line, const std::vector<std::string>& known) {
+  const std::vector<std::string> leading = words(line, 4);
+  for (const std::string& name : known) {
+    const std::vector<std::string> nameWords = words(name, 4);
+    if (!nameWords.empty() && leading.size() >= nameWords.size() &&
+        std::equal(nameWords.begin(), nameWords.end(), leading.begin())) {
+      return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
 std::string commandName(const std::string& text, const std::vector<std::string>& knownCommands) {
@@ -88,12 +102,15 @@ std::string commandName(const std::string& text, const std::vector<std::string>&
 
 std::vector<CommandText> splitCommands(const std::string& text,
                                        const std::vector<std::string>& knownCommands,
-                                       bool requireFullStop) {
+                                       bool requireFullStop,
+                                       std::vector<CommandFileWarning>* warnings) {
   std::vector<CommandText> commands;
   std::istringstream in(text);
   std::string line;
   int lineNumber = 0;
   bool inComment = false;
+  int commentLine = 0;  // where the open comment started
+  bool commentWarned = false;
   CommandText current;
   bool open = false;
   auto finish = [&]() {
@@ -106,6 +123,18 @@ std::vector<CommandText> splitCommands(const std::string& text,
     ++lineNumber;
     if (!line.empty() && line.back() == '\r') line.pop_back();
     if (inComment) {
+      if (isBlank(line)) {
+        inComment = false;
+        continue;
+      }
+      if (!commentWarned && warnings && beginsWithCommandName(line, knownCommands)) {
+        warnings->push_back({"The comment that starts on line " + std::to_string(commentLine) +
+                                 " runs into line " + std::to_string(lineNumber) +
+                                 ", which looks like a command: end the comment with a full "
+                                 "stop (or a blank line).",
+                             commentLine});
+        commentWarned = true;
+      }
       inComment = !endsWithFullStop(line);
       continue;
     }
@@ -114,6 +143,8 @@ std::vector<CommandText> splitCommands(const std::string& text,
       const auto first = line.find_first_not_of(" \t");
       if (line[first] == '*') {
         inComment = !endsWithFullStop(line);
+        commentLine = lineNumber;
+        commentWarned = false;
         continue;
       }
       current.line = lineNumber;

@@ -22,14 +22,22 @@ class CommandFileError : public std::runtime_error {
   int line_;
 };
 
+// Something in the command text that deserves a warning but does not stop the run.
+struct CommandFileWarning {
+  std::string text;
+  int line = 0;
+};
+
 // Splits a command file. A command ends with a full stop at the end of a line; a line
-// that starts with "*" begins a comment that runs to the next such full stop. A command
-// whose full stop is missing (at the end of the file, or before a line that starts a new
-// command in its first column) is an error. knownCommands are the command names the
-// application can run; they tell a new command from a continuation line.
+// that starts with "*" begins a comment that runs to the next such full stop or to the
+// next blank line. A command whose full stop is missing (at the end of the file, or before
+// a line that starts a new command in its first column) is an error. A comment that runs
+// into a line that begins with a command's name gets a warning. knownCommands are the
+// command names the application can run; they tell a new command from a continuation line.
 std::vector<CommandText> splitCommands(const std::string& text,
                                        const std::vector<std::string>& knownCommands,
-                                       bool requireFullStop);
+                                       bool requireFullStop,
+                                       std::vector<CommandFileWarning>* warnings = nullptr);
 
 // The leading words of a command that form its name, among the known names; the first
 // word when none matches.

@@ -1,5 +1,6 @@
 #include "runner.h"
 
+#include <algorithm>
 #include <cctype>
 #include <chrono>
 #include <ctime>
@@ -7,6 +8,7 @@
 #include <sstream>
 
 #include "stathost/data_readers.h"
+#include "stream_capture.h"
 
 namespace medapp {
 
@@ -87,8 +89,12 @@ std::vector<std::string> Runner::commandNames() const {
   return names;
 }
 
+void Runner::printMessage(const HostMessage& message) const {
+  *err_ << formatMessageLine(message) << '\n';
+}
+
 void Runner::addGlobalMessage(const HostMessage& message) {
-  std::cerr << formatMessageLine(message) << '\n';
+  printMessage(message);
   document_["messages"].push_back(messageToJson(message));
   if (message.level == MessageLevel::kError) anyError_ = true;
 }
@@ -109,8 +115,18 @@ bool Runner::loadData(const std::vector<std::string>& nominal,
       addGlobalMessage(hostMessage(MessageLevel::kWarning, "", w));
     }
     if (data->caseCount() == 0) {
-      addGlobalMessage(hostMessage(MessageLevel::kWarning, "",
-                                   options_.dataPath + " has no cases."));
+      addGlobalMessage(
+          hostMessage(MessageLevel::kWarning, "", options_.dataPath + " has no cases."));
+    }
+    if (!data->weightVariable.empty()) {
+      const std::string& w = data->weightVariable;
+      addGlobalMessage(hostMessage(
+          MessageLevel::kNote, "",
+          options_.dataPath + " names " + w +
+              " as its case weight. Cases are not weighted by it unless a command says so: "
+              "MEDIATION ANALYSIS weights the mediator model by it with /MEDMODEL "
+              "SCALEWEIGHT=" +
+              w + "."));
     }
     document_["data"] = {{"file", options_.dataPath},
                          {"cases", data->caseCount()},
@@ -118,6 +134,13 @@ bool Runner::loadData(const std::vector<std::string>& nominal,
     HostSession::instance().setActiveDataset(std::move(data));
     if (!options_.split.empty()) return setSplit(options_.split, "--split");
     return true;
+  } catch (const stathost::DelimiterError& e) {
+    addGlobalMessage(hostMessage(MessageLevel::kError, "", e.what()));
+    addGlobalMessage(hostMessage(MessageLevel::kNote, "",
+                                 "Hint: if the fields are separated by another character, give "
+                                 "it with --delimiter (for example --delimiter ';', --delimiter "
+                                 "tab or --delimiter whitespace)."));
+    return false;
   } catch (const stathost::DataError& e) {
     addGlobalMessage(hostMessage(MessageLevel::kError, "", e.what()));
     return false;
@@ -164,7 +187,7 @@ int Runner::runCommands(const std::vector<CommandText>& commands, const std::str
       m.column = 1;
       session.beginRun();
       session.setMessageEcho(nullptr);
-      std::cerr << formatMessageLine(m) << '\n';
+      printMessage(m);
       session.addMessage(m);
       recordRun(command, nullptr, session.endRun());
     }
@@ -200,38 +223,145 @@ void Runner::runProcedure(const CommandText& command, const std::string& source,
                           ProcedureEntry entry) {
   HostSession& session = HostSession::instance();
   // A message without a position of its own is shown at the command that raised it.
-  session.setMessageEcho([&command, &source](const HostMessage& m) {
+  session.setMessageEcho([this, &command, &source](const HostMessage& m) {
     HostMessage shown = m;
     if (shown.line == 0) {
       shown.file = source;
       shown.line = command.line;
     }
-    std::cerr << formatMessageLine(shown) << '\n';
+    printMessage(shown);
   });
   session.setCurrentCommand(command.text, command.line, source);
   const std::size_t runs = groups_.empty() ? 1 : groups_.size();
   for (std::size_t g = 0; g < runs; ++g) {
     const stathost::SplitGroup* group = groups_.empty() ? nullptr : &groups_[g];
-    if (group) std::cerr << "-- " << command.name << " for split group " << group->label << '\n';
+    if (group) *err_ << "-- " << command.name << " for split group " << group->label << '\n';
     session.setCurrentGroup(group);
     session.beginRun();
-    entry();
+    std::vector<std::string> written;
+    {
+      // The procedure's own writes to the standard streams are diagnostics: they go into
+      // its log, and standard error keeps the messages.
+      StreamCapture capture;
+      struct Restore {
+        std::ostream*& err;
+        ~Restore() { err = &std::cerr; }
+      } restore{err_};
+      err_ = &capture.originalErr();
+      entry();
+      written = capture.lines();
+    }
     stathost::RunRecord record = session.endRun();
+    record.log.insert(record.log.end(), written.begin(), written.end());
     record.cancelled = session.cancelRequests() > 0;
     if (record.messages.empty() && record.items.empty()) {
-      // A procedure may stop without a word (MEDIATION ANALYSIS does when /PRINT is
-      // missing); say so rather than leave an empty page.
-      HostMessage m = hostMessage(MessageLevel::kWarning, command.name,
-                                  "The command ended without output and without a message.", source,
-                                  command.line);
-      std::cerr << formatMessageLine(m) << '\n';
+      HostMessage m = emptyRunMessage(command, source);
+      printMessage(m);
       record.messages.push_back(m);
     }
+    addTextHints(record, command);
     recordRun(command, group, std::move(record));
     if (session.cancelRequests() > 0) break;
   }
   session.setCurrentGroup(nullptr);
   session.setMessageEcho(nullptr);
+}
+
+// A procedure may stop without a word (MEDIATION ANALYSIS does when /PRINT is missing); say
+// so rather than leave an empty page, and name the subcommand that would give output.
+HostMessage Runner::emptyRunMessage(const CommandText& command, const std::string& source) const {
+  std::string text = "The command ended without output and without a message.";
+  const HostSession& session = HostSession::instance();
+  const stathost::CommandDescriptor* grammar = session.parsedGrammar();
+  const stathost::SubComDescriptor* print = grammar ? grammar->findSubCom("PRINT") : nullptr;
+  const auto& given = session.givenSubcommands();
+  const bool printGiven = std::any_of(given.begin(), given.end(), [](const std::string& name) {
+    return stathost::namesEqual(name, "PRINT");
+  });
+  if (print && !printGiven && !print->params().empty()) {
+    std::vector<std::string> defaults, others;
+    for (const stathost::ParamDescriptor& p : print->params()) {
+      (p.isDefault() ? defaults : others).push_back(p.name());
+    }
+    const auto list = [](const std::vector<std::string>& names) {
+      std::string out;
+      for (std::size_t i = 0; i < names.size(); ++i) {
+        out += (i == 0 ? "" : (i + 1 == names.size() ? " and " : ", ")) + names[i];
+      }
+      return out;
+    };
+    text =
+        "The command ended without output: it has no /PRINT subcommand, which chooses the "
+        "tables.";
+    if (!defaults.empty()) text += " /PRINT alone shows " + list(defaults) + ";";
+    text += " /PRINT also takes " + list(others) + ".";
+  }
+  HostMessage m = hostMessage(MessageLevel::kWarning, command.name, text, source, command.line);
+  return m;
+}
+
+// A variable that a command needs as numbers but that the data file holds as text: say
+// where in the file it stopped being a number (a decimal comma or a thousands separator
+// is the usual cause), when the file says.
+void Runner::addTextHints(stathost::RunRecord& record, const CommandText& command) const {
+  const stathost::Dataset* data = HostSession::instance().activeDataset();
+  if (!data) return;
+  const bool aboutNumbers =
+      std::any_of(record.messages.begin(), record.messages.end(), [](const HostMessage& m) {
+        return m.level == MessageLevel::kError && m.text.find("numeric") != std::string::npos;
+      });
+  if (!aboutNumbers) return;
+  // The text variables the command names that the reader saw turn from numbers to text.
+  std::vector<const stathost::Column*> named;
+  std::string word;
+  const auto consider = [&]() {
+    const int index = word.empty() ? -1 : data->findColumn(word);
+    word.clear();
+    if (index < 0) return;
+    const stathost::Column* c = &data->columns[static_cast<std::size_t>(index)];
+    if (c->isNumeric() || c->firstTextLine == 0) return;
+    if (std::find(named.begin(), named.end(), c) == named.end()) named.push_back(c);
+  };
+  for (char ch : command.text + " ") {
+    const unsigned char u = static_cast<unsigned char>(ch);
+    if (std::isalnum(u) || u >= 0x80 || ch == '_' || ch == '.' || ch == '@' || ch == '#' ||
+        ch == '$') {
+      word.push_back(ch);
+    } else {
+      while (!word.empty() && word.back() == '.') word.pop_back();
+      consider();
+    }
+  }
+  // Values written with a decimal comma or digit groups: only digits, commas, points,
+  // blanks and a leading sign.
+  const auto numberLike = [](const std::string& t) {
+    bool digit = false, separator = false;
+    for (std::size_t i = 0; i < t.size(); ++i) {
+      const char c = t[i];
+      if (std::isdigit(static_cast<unsigned char>(c))) {
+        digit = true;
+      } else if (c == ',' || c == '\'' || c == ' ' || c == '.') {
+        separator = separator || c != '.';
+      } else if (!(i == 0 && (c == '-' || c == '+'))) {
+        return false;
+      }
+    }
+    return digit && separator;
+  };
+  const bool anyNumberLike = std::any_of(named.begin(), named.end(),
+                                         [&](const auto* c) { return numberLike(c->firstText); });
+  for (const stathost::Column* c : named) {
+    if (anyNumberLike && !numberLike(c->firstText)) continue;
+    std::string text = "Hint: " + c->name + " is read as text: line " +
+                       std::to_string(c->firstTextLine) + " of " + data->sourcePath + " holds '" +
+                       c->firstText + "', the first of its values that is not a number";
+    text += numberLike(c->firstText)
+                ? " (numbers need a decimal point and no thousands separators)."
+                : ".";
+    HostMessage h = hostMessage(MessageLevel::kNote, command.name, text);
+    printMessage(h);
+    record.messages.push_back(std::move(h));
+  }
 }
 
 void Runner::addLevelHints(stathost::RunRecord& record) const {
@@ -271,7 +401,7 @@ void Runner::addLevelHints(stathost::RunRecord& record) const {
     }
   }
   for (HostMessage& h : hints) {
-    std::cerr << formatMessageLine(h) << '\n';
+    printMessage(h);
     record.messages.push_back(std::move(h));
   }
 }
@@ -282,7 +412,7 @@ void Runner::recordRun(const CommandText& command, const stathost::SplitGroup* g
   if (options_.verbose && !record.log.empty()) {
     std::string text;
     for (const std::string& line : record.log) {
-      std::cerr << line << '\n';
+      *err_ << line << '\n';
       text += line + "\n";
     }
     record.items.push_back({{"type", "text"}, {"title", "Analysis Log"}, {"text", text}});

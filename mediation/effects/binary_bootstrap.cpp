@@ -85,9 +85,14 @@ BinaryBootstrapRun mainBootstrap(const BootstrapCases& cases, const ReplicateFit
           run.reasons.push_back(r.reason);
         }
       });
-  if (!finished) throw std::runtime_error("Bootstrap analysis cancelled by user");
-  run.store.completed = nb;
+  run.store.completed = run.successes + run.failures;
   run.store.failures = run.failures;
+  run.store.cancelled = !finished;
+  if (!finished) {
+    if (run.store.completed == 0) throw std::runtime_error("Bootstrap analysis cancelled by user");
+    log.push_back("Bootstrap stopped by the user after " + std::to_string(run.store.completed) +
+                  " of " + std::to_string(nb) + " iterations");
+  }
   char line[128];
   std::snprintf(line, sizeof line, "Bootstrap completed in %.0f ms (%ld successful)",
                 (omp_get_wtime() - start) * 1000.0, run.successes);
@@ -97,8 +102,11 @@ BinaryBootstrapRun mainBootstrap(const BootstrapCases& cases, const ReplicateFit
 
 void applyFailurePolicy(const BinaryBootstrapRun& run, int nb, std::vector<std::string>& log,
                         const std::function<void(const std::string&)>& warn) {
-  const double f = static_cast<double>(run.failures) / static_cast<double>(nb);
-  if (f > 0.2 || static_cast<double>(run.successes) < 0.8 * nb) {
+  // The replicates that ran: all of them, or those that finished before the user stopped
+  // (the run keeps those; the replicate loop told the user).
+  const long ran = run.store.cancelled ? run.store.completed : nb;
+  const double f = static_cast<double>(run.failures) / static_cast<double>(std::max(ran, 1L));
+  if (f > 0.2 || static_cast<double>(run.successes) < 0.8 * static_cast<double>(ran)) {
     const std::string text = "High failure rate (" + percent(f) + "%) or too few successes (" +
                              std::to_string(run.successes) +
                              "). Try:\n1. Set use_firth=True in mediation_regression_binary\n"
@@ -111,7 +119,7 @@ void applyFailurePolicy(const BinaryBootstrapRun& run, int nb, std::vector<std::
     log.push_back("Warning: Moderate failure rate (" + percent(f) +
                   "%). Results may be less reliable.");
   log.push_back("Bootstrap finished: " + std::to_string(run.successes) + " successes, " +
-                std::to_string(run.failures) + " failures (out of " + std::to_string(nb) + ")");
+                std::to_string(run.failures) + " failures (out of " + std::to_string(ran) + ")");
   if (!run.reasons.empty()) {
     log.push_back("First few failure reasons (up to 5):");
     for (std::size_t i = 0; i < run.reasons.size() && i < 5; ++i)
@@ -123,8 +131,12 @@ void printBootstrapSummary(std::ostream& out,
                            const std::map<std::string, BootstrapSummary>& summaries,
                            const BinaryBootstrapRun& run, int nb, int level) {
   char line[256];
+  // A run the user stopped is summarised over the replicates that ran.
+  const long ran = run.store.cancelled ? run.store.completed : nb;
   out << "BOOTSTRAP RESULTS SUMMARY\n";
-  out << "Bootstrap iterations: " << nb << "\n";
+  out << "Bootstrap iterations: " << ran;
+  if (run.store.cancelled) out << " of " << nb << " (stopped by the user)";
+  out << "\n";
   out << "Confidence level: " << level << "%\n";
   out << "\nMAIN EFFECTS:\n";
   std::snprintf(line, sizeof line, "%-10s %12s %12s %28s %10s\n", "Effect", "Estimate", "Bias",
@@ -148,8 +160,9 @@ void printBootstrapSummary(std::ostream& out,
     out << line;
   }
   out << "\nDIAGNOSTICS:\n";
-  std::snprintf(line, sizeof line, "Success rate: %.1f%%\n",
-                100.0 * run.successes / std::max(nb, 1));
+  std::snprintf(
+      line, sizeof line, "Success rate: %.1f%%\n",
+      100.0 * static_cast<double>(run.successes) / static_cast<double>(std::max(ran, 1L)));
   out << line << "Failure reasons (first 5):\n";
   for (std::size_t i = 0; i < run.reasons.size() && i < 5; ++i)
     out << "  - " << run.reasons[i] << "\n";

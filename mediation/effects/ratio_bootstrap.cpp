@@ -97,7 +97,14 @@ RatioBootstrapRun runRatioBootstrap(const BootstrapCases& cases, const RatioRepl
           run.reasons.push_back(r.reason);
         }
       });
-  if (!finished) throw std::runtime_error("Bootstrap analysis cancelled by user");
+  // A run the user stopped keeps the replicates that finished (the replicate loop told the
+  // user); only a run without any is abandoned.
+  if (!finished) {
+    const long ran = run.successes + run.failures;
+    if (ran == 0) throw std::runtime_error("Bootstrap analysis cancelled by user");
+    log.push_back("Bootstrap stopped by the user after " + std::to_string(ran) + " of " +
+                  std::to_string(nb) + " iterations");
+  }
   char line[128];
   std::snprintf(line, sizeof line, "Bootstrap completed in %.0f ms (%ld successful)",
                 (omp_get_wtime() - start) * 1000.0, run.successes);
@@ -106,16 +113,19 @@ RatioBootstrapRun runRatioBootstrap(const BootstrapCases& cases, const RatioRepl
 }
 
 void checkRatioBootstrap(const RatioBootstrapRun& run, int nb, std::vector<std::string>& log) {
+  // The replicates that ran: all of them, or fewer when the user stopped the run.
+  const long ran = run.successes + run.failures;
   log.push_back("Bootstrap finished: " + std::to_string(run.successes) + " successes, " +
-                std::to_string(run.failures) + " failures (out of " + std::to_string(nb) + ")");
+                std::to_string(run.failures) + " failures (out of " + std::to_string(ran) +
+                (ran < nb ? " run of " + std::to_string(nb) : std::string()) + ")");
   if (!run.reasons.empty()) {
     log.push_back("First few failure reasons (up to 5):");
     for (std::size_t i = 0; i < run.reasons.size() && i < 5; ++i)
       log.push_back("  - " + run.reasons[i]);
   }
-  if (static_cast<double>(run.successes) < 0.8 * static_cast<double>(nb)) {
+  if (static_cast<double>(run.successes) < 0.8 * static_cast<double>(ran)) {
     throw std::runtime_error("Bootstrap failed: Only " + std::to_string(run.successes) +
-                             " successful iterations out of " + std::to_string(nb));
+                             " successful iterations out of " + std::to_string(ran));
   }
 }
 

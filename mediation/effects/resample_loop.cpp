@@ -4,6 +4,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <string>
+
+#include "stathost/parser_message.h"
 
 namespace medanlys {
 
@@ -36,6 +39,17 @@ bool forEachResample(const BootstrapCases& cases, int nb, int seed,
       visit(b, weights);
       ++done;
     }
+  }
+  // The replicates that finished are kept, as in the continuous analysis; the user is told
+  // how far the run got.
+  if (cancelled && done > 0) {
+    stathost::ParserMessage messages;
+    messages.SetCommandName("MEDIATION ANALYSIS");
+    messages.SetProcedureTitle("Mediation Analysis");
+    messages.GenericWarning(
+        "The bootstrap was stopped by the user after ^1 of ^2 replicates; its results use "
+        "those replicates.",
+        std::to_string(done.load()), std::to_string(nb));
   }
   return !cancelled;
 }

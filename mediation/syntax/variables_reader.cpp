@@ -5,6 +5,7 @@
 #include <set>
 #include <utility>
 
+#include "stathost/suggestions.h"
 #include "syntax/mediation_settings.h"
 
 namespace medanlys {
@@ -219,8 +220,14 @@ bool MediationSettings::readVariables() {
   auto lookup = [&](const std::string& name, const std::string& role) -> const STAX_Variable* {
     const int index = source_.findVariable(name);
     if (index < 0) {
-      messages_.GenericError("Variable ^1 specified for ^2 does not exist in the active data set.",
-                             name, role);
+      // The closest names in the data, when some are close ("Did you mean: bili?").
+      std::vector<std::string> names;
+      for (int k = 0; k < source_.getVariableCount(); ++k) {
+        if (const STAX_Variable* v = source_.getVariable(k)) names.push_back(v->getName());
+      }
+      messages_.GenericError(
+          "Variable ^1 specified for ^2 does not exist in the active data set.^3", name, role,
+          stathost::didYouMean(name, names));
       return nullptr;
     }
     return source_.getVariable(index);

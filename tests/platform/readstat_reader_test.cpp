@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "sav_file.h"
 #include "stathost/case_adapter.h"
 #include "stathost/data_readers.h"
 #include "test_util.h"
@@ -112,6 +113,43 @@ TEST(ReadStatReader, DtaWithoutLevelsInfersThem) {
   EXPECT_EQ(data->columns[1].level, MeasureLevel::kNominal);  // 1, 2
   EXPECT_EQ(data->columns[1].valueLabel(1).value_or(""), "control");
   EXPECT_EQ(data->columns[0].format.decimals, 2);
+}
+
+TEST(ReadStatReader, Latin1TextInAFileThatSaysUtf8IsReadAsWindows1252) {
+  testsupport::TempDir dir;
+  const std::string path = dir.path("latin1.sav");
+  ASSERT_TRUE(testsupport::writeSavFile(path, {true, false, false}));
+  std::vector<std::string> warnings;
+  ReadOptions options;
+  options.warnings = &warnings;
+  auto data = readDataFile(path, options);
+  ASSERT_EQ(data->caseCount(), 3u);
+  EXPECT_EQ(data->columns[0].valueLabel(1).value_or(""), "caf\xC3\xA9");
+  EXPECT_EQ(data->columns[3].strings[0], "na\xC3\xAFve");
+  ASSERT_EQ(warnings.size(), 1u);
+  EXPECT_EQ(warnings[0], path +
+                             ": text that is not UTF-8 was read as Windows-1252 (Latin-1), first "
+                             "a value label of x.");
+}
+
+TEST(ReadStatReader, UncompressedSavWithAnUnknownCaseCountHasItsCases) {
+  testsupport::TempDir dir;
+  const std::string path = dir.path("unknown.sav");
+  ASSERT_TRUE(testsupport::writeSavFile(path, {false, false, true}, 5));
+  auto data = readDataFile(path);
+  ASSERT_EQ(data->caseCount(), 5u);
+  EXPECT_DOUBLE_EQ(data->columns[1].numbers[4], 2.0);
+  EXPECT_EQ(data->columns[3].strings[4], "plain");
+}
+
+TEST(ReadStatReader, TheFilesWeightVariableIsNamed) {
+  testsupport::TempDir dir;
+  const std::string weighted = dir.path("weighted.sav");
+  const std::string plain = dir.path("plain.sav");
+  ASSERT_TRUE(testsupport::writeSavFile(weighted, {false, true, false}));
+  ASSERT_TRUE(testsupport::writeSavFile(plain, {}));
+  EXPECT_EQ(readDataFile(weighted)->weightVariable, "wt");
+  EXPECT_EQ(readDataFile(plain)->weightVariable, "");
 }
 
 TEST(ReadStatReader, UnreadableFileNamesItself) {

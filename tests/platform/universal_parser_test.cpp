@@ -109,11 +109,31 @@ INSTANTIATE_TEST_SUITE_P(
         RefusedCase{"UnterminatedString", "  /PRINT 'CASE_SUMMARY.", "Unterminated string"},
         RefusedCase{"VariableNotInData", "  /MEDMODEL DISTRIBUTION=NORMAL SCALEWEIGHT=zz.",
                     "the variable zz is not in the active data set"},
+        RefusedCase{"VariableNotInDataWithACloseName",
+                    "  /MEDMODEL DISTRIBUTION=NORMAL SCALEWEIGHT=ww.",
+                    "the variable ww is not in the active data set. Did you mean: w?"},
         RefusedCase{"TextAfterFullStop", "  /PRINT CASE_SUMMARY.\nMORE TEXT",
                     "after the full stop that ends the command"},
         RefusedCase{"MissingSlash", "  /PRINT CASE_SUMMARY PLOT",
                     "found 'PLOT', expected a keyword of subcommand PRINT"}),
     [](const auto& tp) { return std::string(tp.param.name); });
+
+TEST_F(ParserTest, TellsTheHostTheGrammarAndTheSubcommandsGiven) {
+  HostSession::instance().beginRun();
+  STAX_TokenSequence tokens(std::string(kHead) + "  /CRITERIA CILEVEL=90 /PLOT SCATTER_PLOT.", 1);
+  UniversalParser parser(tokens, spec_, grammar_);
+  ASSERT_EQ(parser.getCommandSpecifications(), 0);
+  const CommandDescriptor* parsed = HostSession::instance().parsedGrammar();
+  ASSERT_NE(parsed, nullptr);
+  EXPECT_EQ(parsed->name(), testsupport::kTestCommand);
+  EXPECT_NE(parsed->findSubCom("PRINT"), nullptr);
+  EXPECT_EQ(HostSession::instance().givenSubcommands(),
+            (std::vector<std::string>{"", "CRITERIA", "PLOT"}));
+  // A new run starts without them.
+  HostSession::instance().beginRun();
+  EXPECT_EQ(HostSession::instance().parsedGrammar(), nullptr);
+  HostSession::instance().endRun();
+}
 
 TEST_F(ParserTest, MissingVariableSpecificationIsRefused) {
   EXPECT_EQ(parse("MEDIATION TEST /PRINT CASE_SUMMARY."), 1);

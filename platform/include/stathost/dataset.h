@@ -49,6 +49,10 @@ struct Column {
   std::vector<double> numbers;
   // String data; an empty string is missing.
   std::vector<std::string> strings;
+  // A string column read from a text file: the line of its first field that is not a
+  // number, and that field (0 and empty when unknown).
+  int firstTextLine = 0;
+  std::string firstText;
 
   bool isNumeric() const { return type == VarType::kNumeric; }
   // True when the value of the case is system- or user-missing.
@@ -60,6 +64,8 @@ class Dataset {
  public:
   std::string sourcePath;
   std::vector<Column> columns;
+  // The variable the file names as its case weight (a frequency weight); empty when none.
+  std::string weightVariable;
 
   std::size_t caseCount() const;
   // Case-insensitive lookup; -1 when no column has that name.

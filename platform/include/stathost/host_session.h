@@ -12,7 +12,9 @@
 #include <string>
 #include <vector>
 
+#include "stathost/command_descriptor.h"
 #include "stathost/dataset.h"
+#include "stathost/progress.h"
 
 namespace stathost {
 
@@ -87,9 +89,24 @@ class HostSession {
   // Diagnostic log lines of the host and procedures; shown only when verbose.
   void setVerbose(bool verbose) { verbose_ = verbose; }
   bool verbose() const { return verbose_; }
-  // Whether long work may draw a progress line on standard error (a terminal).
-  void setProgressEnabled(bool enabled) { progress_ = enabled; }
-  bool progressEnabled() const { return progress_; }
+  // Where long work reports its progress (ProcedureProgress); none by default. The observer
+  // is called from the procedure's worker threads, one call at a time.
+  void setProgressObserver(std::function<void(const ProgressReport&)> observer) {
+    progress_ = std::move(observer);
+  }
+  bool progressEnabled() const { return static_cast<bool>(progress_); }
+  void reportProgress(const ProgressReport& report) const {
+    if (progress_) progress_(report);
+  }
+
+  // The grammar the command parser checked the current command against, and the names of
+  // the subcommands the command gave; empty until a parser ran in this run.
+  void setParsedGrammar(const CommandDescriptor& grammar, std::vector<std::string> given) {
+    grammar_ = std::make_shared<CommandDescriptor>(grammar);
+    givenSubcommands_ = std::move(given);
+  }
+  const CommandDescriptor* parsedGrammar() const { return grammar_.get(); }
+  const std::vector<std::string>& givenSubcommands() const { return givenSubcommands_; }
 
  private:
   HostSession() = default;
@@ -104,7 +121,9 @@ class HostSession {
   std::function<void(const HostMessage&)> echo_;
   std::atomic<int> cancelRequests_{0};
   bool verbose_ = false;
-  bool progress_ = false;
+  std::function<void(const ProgressReport&)> progress_;
+  std::shared_ptr<const CommandDescriptor> grammar_;
+  std::vector<std::string> givenSubcommands_;
 };
 
 }  // namespace stathost

@@ -13,7 +13,8 @@ std::string renderHtml(const nlohmann::json& document);
 
 // The whole document as plain-text tables. Lines are kept within maxWidth code points where
 // possible (wide tables are split into panels, long text is wrapped); 0 means no limit.
-std::string renderText(const nlohmann::json& document, int maxWidth = 0);
+// Without `messages` the runs' messages are left out (for a reader who saw them already).
+std::string renderText(const nlohmann::json& document, int maxWidth = 0, bool messages = true);
 
 // One chart item as an HTML fragment: the chart drawn as inline SVG from its GPL statements
 // and data, with the data columns and the GPL text folded underneath.

@@ -13,6 +13,7 @@
 
 #include "stathost/data_readers.h"
 #include "stathost/format.h"
+#include "stathost/text_encoding.h"
 
 namespace stathost {
 namespace {
@@ -24,8 +25,31 @@ struct Field {
 
 using RecordHandler = std::function<void(const std::vector<Field>&, int line)>;
 
+// The delimiter value that stands for "runs of blanks": fields separated by one or more
+// spaces or tabs, with blanks at the ends of a line ignored.
+constexpr char kWhitespace = ' ';
+
+// Runs of blanks outside quotes as one space, blanks at either end dropped; `quoted`
+// carries an open quote over to the next line.
+std::string collapseBlanks(const std::string& line, bool& quoted) {
+  std::string out;
+  out.reserve(line.size());
+  bool pendingBlank = false;
+  for (char c : line) {
+    if (!quoted && (c == ' ' || c == '\t' || c == '\r')) {
+      pendingBlank = !out.empty();
+      continue;
+    }
+    if (pendingBlank) out.push_back(' ');
+    pendingBlank = false;
+    if (c == '"') quoted = !quoted;
+    out.push_back(c);
+  }
+  return out;
+}
+
 // Feeds the file to libcsv one line at a time so that every record knows the line on
-// which it started.
+// which it started. A UTF-8 byte-order mark at the start of the file is not data.
 class CsvScanner {
  public:
   CsvScanner(const std::string& path, char delimiter) : path_(path), delimiter_(delimiter) {}
@@ -47,10 +71,13 @@ class CsvScanner {
     record_.clear();
     lastEndLine_ = 0;
     std::string line;
+    bool quoted = false;
     try {
       currentLine_ = 0;
       while (std::getline(in, line)) {
         ++currentLine_;
+        if (currentLine_ == 1) stripByteOrderMark(line);
+        if (delimiter_ == kWhitespace) line = collapseBlanks(line, quoted);
         line.push_back('\n');
         if (csv_parse(&parser, line.data(), line.size(), &CsvScanner::onField,
                       &CsvScanner::onRecordEnd, this) != line.size()) {
@@ -146,8 +173,66 @@ struct ColumnSurvey {
   bool numeric = true;
   int decimals = 0;
   int width = 1;
+  int firstTextLine = 0;  // the line of the first field that is not a number
+  std::string firstText;
 };
 
+bool holdsNul(const std::string& field) { return field.find('\0') != std::string::npos; }
+
+// Delimiters counted outside double quotes.
+struct DelimiterCounts {
+  std::size_t comma = 0, semicolon = 0, tab = 0;
+  bool blankBetweenWords = false;
+};
+
+DelimiterCounts countDelimiters(const std::string& header) {
+  DelimiterCounts n;
+  bool quoted = false;
+  bool sawWord = false, blankAfterWord = false;
+  for (char c : header) {
+    if (c == '"') quoted = !quoted;
+    if (quoted) continue;
+    if (c == ',') ++n.comma;
+    if (c == ';') ++n.semicolon;
+    if (c == '\t') ++n.tab;
+    if (c == ' ' || c == '\t' || c == '\r') {
+      blankAfterWord = sawWord;
+    } else {
+      if (blankAfterWord) n.blankBetweenWords = true;
+      sawWord = true;
+    }
+  }
+  return n;
+}
+
+// The first line of the file, without a byte-order mark; empty when there is none.
+std::string headerLine(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::string line;
+  std::getline(in, line);
+  stripByteOrderMark(line);
+  return line;
+}
+
+// How the fields of a line are separated, in words for messages.
+std::string delimiterName(char delimiter) {
+  switch (delimiter) {
+    case ',':
+      return "commas";
+    case ';':
+      return "semicolons";
+    case '\t':
+      return "tabs";
+    case kWhitespace:
+      return "blanks";
+    default:
+      return std::string("'") + delimiter + "'";
+  }
+}
+
+// The delimiter asked for; tab for .tsv and .tab; otherwise the one the header line uses:
+// the most frequent of comma, semicolon and tab (a tie goes to the earlier of the three),
+// or runs of blanks when the header holds none of them but blank-separated names.
 char chooseDelimiter(const std::string& path, char requested) {
   if (requested != 0) return requested;
   auto endsWith = [&](const char* ext) {
@@ -156,7 +241,13 @@ char chooseDelimiter(const std::string& path, char requested) {
     std::string tail = path.substr(path.size() - n);
     return toUpperAscii(tail) == toUpperAscii(ext);
   };
-  return endsWith(".tsv") || endsWith(".tab") ? '\t' : ',';
+  if (endsWith(".tsv") || endsWith(".tab")) return '\t';
+  const DelimiterCounts n = countDelimiters(headerLine(path));
+  if (n.comma == 0 && n.semicolon == 0 && n.tab == 0) {
+    return n.blankBetweenWords ? kWhitespace : ',';
+  }
+  if (n.comma >= n.semicolon && n.comma >= n.tab) return ',';
+  return n.semicolon >= n.tab ? ';' : '\t';
 }
 
 }  // namespace
@@ -182,9 +273,10 @@ std::shared_ptr<Dataset> readDelimitedFile(const std::string& path, const ReadOp
             path + ", line " + std::to_string(line) + ", column " + std::to_string(i + 1) + ": ";
         if (name.empty()) throw DataError(where + "the header has an empty variable name.");
         if (!isValidName(name)) {
-          throw DataError(where + "'" + name +
-                          "' is not a valid variable name (use letters, digits and _ . @ # $, "
-                          "starting with a letter).");
+          throw DelimiterError(where + "'" + name +
+                               "' is not a valid variable name (use letters, digits and _ . @ # "
+                               "$, starting with a letter). The header was split at " +
+                               delimiterName(delimiter) + ".");
         }
         if (!seen.insert(toUpperAscii(name)).second) {
           throw DataError(where + "the variable name '" + name +
@@ -206,9 +298,17 @@ std::shared_ptr<Dataset> readDelimitedFile(const std::string& path, const ReadOp
       s.width = std::max<int>(s.width, static_cast<int>(std::min<std::size_t>(t.size(), 32767)));
       if (!s.numeric || isMissingToken(t)) continue;
       double v;
-      const NumberParse kind = parseNumber(t, v);
+      const NumberParse kind = holdsNul(t) ? NumberParse::kNotNumber : parseNumber(t, v);
       if (kind == NumberParse::kNotNumber) {
         s.numeric = false;
+        s.firstTextLine = line;
+        s.firstText = t;
+        if (holdsNul(t) && options.warnings) {
+          options.warnings->push_back(path + ", line " + std::to_string(line) + ", column " +
+                                      std::to_string(i + 1) + " (" + names[i] +
+                                      "): the field holds a NUL byte, so it is not a number; " +
+                                      names[i] + " is read as text.");
+        }
       } else if (kind == NumberParse::kNumber) {
         s.decimals = std::max(s.decimals, std::min(decimalsOf(t), 16));
       }
@@ -231,6 +331,8 @@ std::shared_ptr<Dataset> readDelimitedFile(const std::string& path, const ReadOp
     } else {
       c.format = VarFormat{"A", survey[i].width, 0};
       c.strings.reserve(rows);
+      c.firstTextLine = survey[i].firstTextLine;
+      c.firstText = survey[i].firstText;
     }
   }
   bool header = true;

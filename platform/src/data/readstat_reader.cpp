@@ -1,12 +1,15 @@
 // Statistical system files (.sav, .zsav, .dta, .sas7bdat) through ReadStat.
 #include <readstat.h>
 
+#include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <map>
 
 #include "stathost/data_readers.h"
+#include "stathost/text_encoding.h"
 
 namespace stathost {
 namespace {
@@ -21,6 +24,7 @@ struct ReadContext {
   std::map<std::string, std::vector<std::pair<double, std::string>>> numericSets;
   std::map<std::string, std::vector<std::pair<std::string, std::string>>> stringSets;
   std::vector<std::string> errors;
+  std::string fileEncoding;  // as the file records it; empty when it records none
 };
 
 // "F8.2" (system files), "%9.2f" / "%10.0g" (Stata); anything else keeps the default.
@@ -62,7 +66,50 @@ double numericValue(readstat_value_t value) {
 int onMetadata(readstat_metadata_t* metadata, void* ctx) {
   auto* c = static_cast<ReadContext*>(ctx);
   c->rowCount = readstat_get_row_count(metadata);
+  if (const char* encoding = readstat_get_file_encoding(metadata)) c->fileEncoding = encoding;
   return READSTAT_HANDLER_OK;
+}
+
+int onWeightVariable(readstat_variable_t* variable, void* ctx) {
+  // A damaged file can point its weight at no variable.
+  if (!variable) return READSTAT_HANDLER_OK;
+  auto* c = static_cast<ReadContext*>(ctx);
+  const char* name = readstat_variable_get_name(variable);
+  const int index = readstat_variable_get_index(variable);
+  if (name && *name) {
+    c->data->weightVariable = name;
+  } else if (index >= 0) {
+    c->data->weightVariable = "V" + std::to_string(index + 1);
+  }
+  return READSTAT_HANDLER_OK;
+}
+
+// ReadStat hands over the file's bytes unconverted (its own conversion drops the rest of a
+// value label at the first byte it cannot convert, and ends the read at such a byte in a
+// value): the text is converted here from the encoding the file records. Text that is not
+// valid in it stays as it is, for readDataFile's fallback.
+void convertFromFileEncoding(Dataset& data, const std::string& encoding) {
+  const std::string upper = toUpperAscii(encoding);
+  if (upper.empty() || upper == "UTF-8" || upper == "UTF8") return;
+  const Utf8Converter converter(encoding);
+  if (!converter.usable()) return;
+  const auto convert = [&](std::string& text) {
+    if (text.empty()) return;
+    std::string out;
+    if (converter.convert(text, out)) text = std::move(out);
+  };
+  for (Column& c : data.columns) {
+    convert(c.name);
+    convert(c.label);
+    for (auto& entry : c.numericLabels) convert(entry.second);
+    for (auto& [value, label] : c.stringLabels) {
+      convert(value);
+      convert(label);
+    }
+    for (std::string& s : c.missing.strings) convert(s);
+    for (std::string& s : c.strings) convert(s);
+  }
+  convert(data.weightVariable);
 }
 
 int onVariable(int index, readstat_variable_t* variable, const char* labelSet, void* ctx) {
@@ -181,9 +228,14 @@ std::shared_ptr<Dataset> readStatFile(const std::string& path, const ReadOptions
   readstat_set_value_handler(parser, onValue);
   readstat_set_value_label_handler(parser, onValueLabel);
   readstat_set_error_handler(parser, onError);
+  readstat_set_fweight_handler(parser, onWeightVariable);
+  readstat_set_handler_character_encoding(parser, nullptr);
 
   readstat_error_t status;
   if (hasExtension(path, ".sav") || hasExtension(path, ".zsav")) {
+    // An uncompressed file may give its case count as -1 (unknown); ReadStat then reads no
+    // case unless a row limit is set, and with one it reads the cases there are.
+    readstat_set_row_limit(parser, static_cast<long>(std::min<std::size_t>(ctx.maxRows, LONG_MAX)));
     status = readstat_parse_sav(parser, path.c_str(), &ctx);
   } else if (hasExtension(path, ".dta")) {
     status = readstat_parse_dta(parser, path.c_str(), &ctx);
@@ -219,6 +271,7 @@ std::shared_ptr<Dataset> readStatFile(const std::string& path, const ReadOptions
     }
     if (c.level == MeasureLevel::kUnknown) c.level = inferMeasureLevel(c);
   }
+  convertFromFileEncoding(*data, ctx.fileEncoding);
   return data;
 }
 

@@ -448,20 +448,22 @@ std::string messageText(const Json& message, int maxWidth) {
   return hanging(level + ": ", text, maxWidth);
 }
 
-std::string runText(const Json& run, int maxWidth) {
+std::string runText(const Json& run, int maxWidth, bool messages) {
   std::string out = runHeadingText(run, maxWidth);
-  for (const Json& message : arrayOf(run, "messages")) out += messageText(message, maxWidth);
+  if (messages) {
+    for (const Json& message : arrayOf(run, "messages")) out += messageText(message, maxWidth);
+  }
   for (const Json& item : arrayOf(run, "items")) out += "\n" + itemText(item, maxWidth);
   return out;
 }
 
 }  // namespace
 
-std::string renderText(const Json& document, int maxWidth) {
+std::string renderText(const Json& document, int maxWidth, bool messages) {
   std::string out;
   for (const Json& run : arrayOf(document, "runs")) {
     if (!out.empty()) out += "\n";
-    out += runText(run, maxWidth);
+    out += runText(run, maxWidth, messages);
   }
   return out;
 }

@@ -52,7 +52,11 @@ void HostSession::setCurrentCommand(std::string text, int firstLine, std::string
   commandSource_ = std::move(source);
 }
 
-void HostSession::beginRun() { run_ = RunRecord(); }
+void HostSession::beginRun() {
+  run_ = RunRecord();
+  grammar_.reset();
+  givenSubcommands_.clear();
+}
 
 RunRecord HostSession::endRun() {
   RunRecord done = std::move(run_);

@@ -1,14 +1,8 @@
 #include "stathost/progress.h"
 
-#include <cstdio>
-
 #include "stathost/host_session.h"
 
 namespace stathost {
-
-namespace {
-constexpr long long kRedrawNs = 200'000'000;  // at most five redraws a second
-}
 
 ProcedureProgress::ProcedureProgress(std::string task, long total, std::string unit)
     : task_(std::move(task)),
@@ -18,25 +12,30 @@ ProcedureProgress::ProcedureProgress(std::string task, long total, std::string u
       start_(std::chrono::steady_clock::now()) {}
 
 ProcedureProgress::~ProcedureProgress() {
-  if (drawn_) std::fprintf(stderr, "\r\033[K");  // clear the progress line
+  if (!enabled_ || !reported_) return;
+  ProgressReport last = report(lastDone_);
+  last.finished = true;
+  HostSession::instance().reportProgress(last);
+}
+
+ProgressReport ProcedureProgress::report(long done) const {
+  ProgressReport r;
+  r.task = task_;
+  r.unit = unit_;
+  r.done = done;
+  r.total = total_;
+  r.elapsedSeconds =
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+  return r;
 }
 
 void ProcedureProgress::advance(long done) {
   if (!enabled_) return;
-  const long long now = std::chrono::duration_cast<std::chrono::nanoseconds>(
-                            std::chrono::steady_clock::now() - start_)
-                            .count();
-  if (now - lastDrawNs_.load(std::memory_order_relaxed) < kRedrawNs) return;
-  std::unique_lock<std::mutex> lock(drawing_, std::try_to_lock);
+  std::unique_lock<std::mutex> lock(reporting_, std::try_to_lock);
   if (!lock.owns_lock()) return;
-  lastDrawNs_.store(now, std::memory_order_relaxed);
-  const double elapsed = static_cast<double>(now) * 1e-9;
-  const double left =
-      done > 0 ? elapsed * static_cast<double>(total_ - done) / static_cast<double>(done) : 0.0;
-  std::fprintf(stderr, "\r\033[K%s: %ld/%ld %s, %.1f s elapsed, about %.1f s left", task_.c_str(),
-               done, total_, unit_.c_str(), elapsed, left);
-  std::fflush(stderr);
-  drawn_ = true;
+  lastDone_ = done;
+  reported_ = true;
+  HostSession::instance().reportProgress(report(done));
 }
 
 }  // namespace stathost

@@ -9,6 +9,8 @@
 
 #include "stathost/data_source.h"
 #include "stathost/dataset.h"
+#include "stathost/host_session.h"
+#include "stathost/suggestions.h"
 
 namespace stathost {
 namespace {
@@ -351,7 +353,10 @@ class GrammarParser {
   TokenInfoObj checkVariable(const TokenInfoObj& t) {
     ProcedureDataSource source;
     if (source.hasData() && source.findVariable(t.getText()) < 0) {
-      cursor_.failAt(t, "the variable " + t.getText() + " is not in the active data set.");
+      std::vector<std::string> names;
+      for (const Column& c : source.dataset()->columns) names.push_back(c.name);
+      cursor_.failAt(t, "the variable " + t.getText() + " is not in the active data set." +
+                            didYouMean(t.getText(), names));
     }
     return t;
   }
@@ -382,6 +387,10 @@ UniversalParser::UniversalParser(TokenSequenceBase& tokens, CommandSpec& parsed,
 int UniversalParser::getCommandSpecifications() {
   try {
     GrammarParser(tokens_, grammar_, parsed_).parse();
+    // The host may then say which subcommand would have produced output.
+    std::vector<std::string> given;
+    for (const SubComObj& sub : parsed_.getSubComs()) given.push_back(sub.getName());
+    HostSession::instance().setParsedGrammar(grammar_, std::move(given));
     return 0;
   } catch (const SyntaxError& e) {
     parsed_.clear();
