@@ -8,6 +8,7 @@ packages=(
   libboost-dev nlohmann-json3-dev libreadstat-dev libcsv-dev libcli11-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   clang libomp-dev libclang-rt-14-dev
+  python3-numpy python3-matplotlib  # the validation study (validation/); matplotlib draws its plot
 )
 
 missing=()
