@@ -222,7 +222,7 @@ def efron_bca(estimate, replicates, jackknife, multiplicity, level=0.95, log_sca
     percentile limits (a = 0) and the percentile limits; also z0 and a."""
     nan = float("nan")
     out = {"bca": (nan, nan), "bc": (nan, nan), "pct": (nan, nan), "z0": nan, "a": nan,
-           "se": nan}
+           "a_replicates": nan, "se": nan}
     t = np.asarray(replicates, float)
     j, m = np.asarray(jackknife, float), np.asarray(multiplicity, float)
     keep = np.isfinite(j)
@@ -246,6 +246,10 @@ def efron_bca(estimate, replicates, jackknife, multiplicity, level=0.95, log_sca
     denom = np.sum(m * u * u)
     a = np.sum(m * u ** 3) / (6 * denom ** 1.5) if denom > 0 else 0.0
     out["z0"], out["a"] = z0, float(a)
+    # For comparison, the acceleration the program's BCa takes from the replicates,
+    # sum d^3 / (6 (sum d^2)^(3/2)) with d_b = mean - theta*_b (docs/statistics.md).
+    d = t.mean() - t
+    out["a_replicates"] = float(np.sum(d ** 3) / (6 * np.sum(d * d) ** 1.5))
     for key, acc in (("bca", a), ("bc", 0.0)):
         qs = []
         for z in (_NORMAL.inv_cdf(alpha), _NORMAL.inv_cdf(1 - alpha)):

@@ -156,7 +156,7 @@ def plot(result, path):
     fig = plt.figure(figsize=(15, 9.5))
     grid = fig.add_gridspec(2, 5, height_ratios=[len(scs), max(len(ratio), 1) + 1.5],
                             hspace=0.25, wspace=0.08)
-    lo_x = 50.0
+    lo_x = 75.0
     for p, (title, names) in enumerate(PANELS):
         row, col = (0, p) if p < 5 else (1, p - 5)
         ax = fig.add_subplot(grid[row, col])
@@ -193,8 +193,8 @@ def plot(result, path):
                for k, h in zip(COLUMNS, HEADERS)]
     fig.legend(handles=handles, loc="lower right", bbox_to_anchor=(0.9, 0.06), fontsize=9,
                title="95% interval", title_fontsize=9)
-    fig.suptitle("Coverage of 95% intervals per scenario and effect (grey: 95%% ± 3 binomial "
-                 "SEs at R = %d; ◀: below %d%%)" % (n_boot, lo_x), fontsize=11)
+    fig.suptitle("Coverage of 95%% intervals per scenario and effect (grey: 95%% ± 3 binomial "
+                 "SEs at the bootstrap R = %d; ◀: below %d%%)" % (n_boot, lo_x), fontsize=11)
     fig.savefig(path, dpi=110, bbox_inches="tight")
 
 

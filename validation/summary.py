@@ -159,7 +159,7 @@ def summarise_scenario(s, records):
         # The bootstrap, over the bootstrapped data sets.
         b_errors, b_ses = [], []
         hits = {k: [] for k in PROGRAM_INTERVALS[1:] + STUDY_INTERVALS}
-        accel, z0 = [], []
+        accel, accel_reps, z0 = [], [], []
         for r in boot_recs:
             t = _scale(e, r["truth"][e])
             x = r["program"]["delta"].get("effects", {}).get(e)
@@ -187,6 +187,7 @@ def summarise_scenario(s, records):
                     lo, hi = iv[key]
                     hits[k].append(_position(t, _scale(e, lo), _scale(e, hi)))
                 accel.append(_f(iv["a"]))
+                accel_reps.append(_f(iv.get("a_replicates")))
                 z0.append(_f(iv["z0"]))
         if boot_recs:
             er["bootstrap_estimate"] = _moments(b_errors, b_ses)
@@ -196,6 +197,9 @@ def summarise_scenario(s, records):
             z = np.array([x for x in z0 if np.isfinite(x)])
             if a.size:
                 er["acceleration_mean"] = float(a.mean())
+            a = np.array([x for x in accel_reps if np.isfinite(x)])
+            if a.size:
+                er["replicate_acceleration_mean"] = float(a.mean())
             if z.size:
                 er["z0_mean"] = float(z.mean())
         res["effects"][e] = er
