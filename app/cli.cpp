@@ -113,7 +113,7 @@ int listVariables(const Arguments& args) {
     std::cout << description.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
   } else {
     const nlohmann::json document = {{"runs",
-                                      {{{"command", "Variables"},
+                                      {{{"command", "medanlys variables"},
                                         {"status", "ok"},
                                         {"messages", nlohmann::json::array()},
                                         {"items", {variablesTable(description)}}}}}};

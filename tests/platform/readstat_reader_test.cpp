@@ -125,7 +125,7 @@ TEST(ReadStatReader, Latin1TextInAFileThatSaysUtf8IsReadAsWindows1252) {
   auto data = readDataFile(path, options);
   ASSERT_EQ(data->caseCount(), 3u);
   EXPECT_EQ(data->columns[0].valueLabel(1).value_or(""), "caf\xC3\xA9");
-  EXPECT_EQ(data->columns[3].strings[0], "na\xC3\xAFve");
+  EXPECT_EQ(data->columns[4].strings[0], "na\xC3\xAFve");
   ASSERT_EQ(warnings.size(), 1u);
   EXPECT_EQ(warnings[0], path +
                              ": text that is not UTF-8 was read as Windows-1252 (Latin-1), first "
@@ -138,8 +138,8 @@ TEST(ReadStatReader, UncompressedSavWithAnUnknownCaseCountHasItsCases) {
   ASSERT_TRUE(testsupport::writeSavFile(path, {false, false, true}, 5));
   auto data = readDataFile(path);
   ASSERT_EQ(data->caseCount(), 5u);
-  EXPECT_DOUBLE_EQ(data->columns[1].numbers[4], 2.0);
-  EXPECT_EQ(data->columns[3].strings[4], "plain");
+  EXPECT_DOUBLE_EQ(data->columns[0].numbers[4], 1.0);
+  EXPECT_EQ(data->columns[4].strings[4], "plain");
 }
 
 TEST(ReadStatReader, TheFilesWeightVariableIsNamed) {

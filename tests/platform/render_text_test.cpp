@@ -155,6 +155,17 @@ TEST(RenderText, ErrorRunWithoutItemsStillShowsMessages) {
   EXPECT_NE(out.find("Error: Outcome Variable is required."), std::string::npos);
 }
 
+// For a reader who saw the messages on standard error already (the same screen).
+TEST(RenderText, MessagesCanBeLeftOut) {
+  json messages = {{{"level", "warning"}, {"text", "Three cases were excluded."}}};
+  json item = {{"type", "text"}, {"title", "Log"}, {"text", "line 1"}};
+  const std::string out =
+      renderText(document({run(json::array({item}), messages, "ok")}), 0, false);
+  EXPECT_EQ(out.find("Three cases were excluded."), std::string::npos) << out;
+  EXPECT_NE(out.find("MEDIATION ANALYSIS"), std::string::npos) << out;
+  EXPECT_NE(out.find("line 1"), std::string::npos) << out;
+}
+
 TEST(RenderText, RunsAreSeparated) {
   json first = run(json::array());
   json second = run(json::array());

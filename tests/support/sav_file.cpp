@@ -2,6 +2,7 @@
 
 #include <readstat.h>
 
+#include <cmath>
 #include <cstdio>
 #include <fstream>
 
@@ -30,6 +31,8 @@ bool writeSavFile(const std::string& path, const SavFile& options, int cases) {
   readstat_variable_t* x = readstat_add_variable(writer, "x", READSTAT_TYPE_DOUBLE, 0);
   readstat_variable_set_label_set(x, labels);
   readstat_variable_set_measure(x, READSTAT_MEASURE_NOMINAL);
+  readstat_variable_t* m = readstat_add_variable(writer, "m", READSTAT_TYPE_DOUBLE, 0);
+  readstat_variable_set_measure(m, READSTAT_MEASURE_SCALE);
   readstat_variable_t* y = readstat_add_variable(writer, "y", READSTAT_TYPE_DOUBLE, 0);
   readstat_variable_set_measure(y, READSTAT_MEASURE_SCALE);
   readstat_variable_t* wt = readstat_add_variable(writer, "wt", READSTAT_TYPE_DOUBLE, 0);
@@ -38,8 +41,10 @@ bool writeSavFile(const std::string& path, const SavFile& options, int cases) {
   readstat_begin_writing_sav(writer, file, cases);
   for (int i = 0; i < cases; ++i) {
     readstat_begin_row(writer);
+    const double mediator = 0.5 * (i % 2) + std::cos(1.3 * i);
     readstat_insert_double_value(writer, x, 1 + i % 2);
-    readstat_insert_double_value(writer, y, 0.5 * i);
+    readstat_insert_double_value(writer, m, mediator);
+    readstat_insert_double_value(writer, y, 0.4 * mediator + 0.3 * (i % 2) + std::sin(0.9 * i));
     readstat_insert_double_value(writer, wt, 2);
     readstat_insert_string_value(writer, s, options.latin1Text ? "na\xEFve" : "plain");
     readstat_end_row(writer);

@@ -16,8 +16,8 @@ struct SavFile {
   bool unknownCaseCount = false;
 };
 
-// Writes `cases` cases of x (1, 2, ... labelled), y = 0.5 * case number, wt = 2 and the
-// string s; returns false when the file cannot be written.
+// Writes `cases` cases of x (1, 2, 1, ... labelled), the mediator m, the outcome y, wt = 2
+// and the string s; returns false when the file cannot be written.
 bool writeSavFile(const std::string& path, const SavFile& options, int cases = 3);
 
 }  // namespace testsupport
