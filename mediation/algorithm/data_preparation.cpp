@@ -8,6 +8,8 @@
 #include <numeric>
 #include <set>
 
+#include "stathost/format.h"
+
 namespace medanlys {
 namespace {
 
@@ -17,13 +19,6 @@ std::string fmt(double v) {
   char buffer[64];
   auto r = std::to_chars(buffer, buffer + sizeof buffer, v);
   return std::string(buffer, r.ptr);
-}
-
-// Six significant digits, for values quoted to the user.
-std::string readable(double v) {
-  char buffer[32];
-  std::snprintf(buffer, sizeof buffer, "%.6g", v);
-  return buffer;
 }
 
 [[noreturn]] void fail(const std::string& user, const std::string& detail) {
@@ -123,10 +118,11 @@ ExposureLevels checkExtrapolation(const Vector& exposure, ExposureLevels levels,
                  ")"
            : "Values outside observed range [" + fmt(lo) + ", " + fmt(hi) + "]";
   if (reasonOut) {
-    *reasonOut = wide ? "their difference " + readable(d) + " exceeds 3 interquartile ranges, " +
-                            readable(3.0 * iqr)
-                      : "they are not within the observed range " + readable(lo) + " to " +
-                            readable(hi);
+    *reasonOut =
+        wide ? "their difference " + stathost::formatSignificant(d, 6) +
+                   " exceeds 3 interquartile ranges, " + stathost::formatSignificant(3.0 * iqr, 6)
+             : "they are not within the observed range " + stathost::formatSignificant(lo, 6) +
+                   " to " + stathost::formatSignificant(hi, 6);
   }
   log.push_back("Extrapolation detected (" + reason +
                 "). Automatically adjusted to safe values: a_star=" + fmt(q1) + ", a_hat=" +

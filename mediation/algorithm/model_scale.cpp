@@ -11,20 +11,6 @@ namespace {
 
 std::string num(double v) { return stathost::formatShortest(v); }
 
-// Six significant digits, for computed values quoted in a sentence.
-std::string readable(double v) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.6g", v);
-  return text;
-}
-
-// Four significant digits, for values quoted in a sentence.
-std::string brief(double v) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.4g", v);
-  return text;
-}
-
 // The transformed variable as a formula: "log(A)", "log(10 + 1 - A)", ...
 std::string formula(const TransformationRecord& t, const std::string& variable) {
   if (t.name == "log") return "log(" + variable + ")";
@@ -50,7 +36,8 @@ void addCovariateRoles(ModelColumns& columns, std::vector<ScaleRole>& roles) {
 void transformRoles(const std::vector<ScaleRole>& roles, const Vector* weights, bool enabled,
                     TransformationRecords& records) {
   for (const ScaleRole& role : roles) {
-    records[role.key] = enabled ? transformBySkewness(*role.values, weights) : TransformationRecord();
+    records[role.key] =
+        enabled ? transformBySkewness(*role.values, weights) : TransformationRecord();
   }
 }
 
@@ -64,24 +51,28 @@ std::string transformationNotice(const std::vector<ScaleRole>& roles,
     const TransformationRecord& t = it->second;
     if (!changes.empty()) changes += "; ";
     changes += role.variable + " to " + formula(t, role.variable) + " (skewness " +
-               brief(t.skewness) + ")";
+               stathost::formatSignificant(t.skewness, 4) + ")";
     if (t.name == "reflected_log") {
-      changes += ", which reverses its direction: higher values on the new scale are lower "
-                 "values of " + role.variable;
+      changes +=
+          ", which reverses its direction: higher values on the new scale are lower "
+          "values of " +
+          role.variable;
       if (role.key == "Outcome") {
         changes += ", so an effect that raises " + role.variable + " is negative on this scale";
       } else if (role.key == "Mediator") {
         changes += ", so the coefficients of and on " + role.variable + " change sign";
       } else if (role.key == "Exposure") {
-        changes += " (BLEVEL and ELEVEL are carried to this scale, so the effects still compare "
-                   "the levels as given)";
+        changes +=
+            " (BLEVEL and ELEVEL are carried to this scale, so the effects still compare "
+            "the levels as given)";
       }
     }
     squared = squared || t.name == "power";
   }
   if (changes.empty()) return "";
-  std::string notice = "Skewed variables were transformed before the models were fitted: " +
-                       changes + ". Coefficients and effects are on the transformed scales";
+  std::string notice =
+      "Skewed variables were transformed before the models were fitted: " + changes +
+      ". Coefficients and effects are on the transformed scales";
   if (squared) notice += "; squaring does not keep the order of values of opposite sign";
   return notice + ". /CRITERIA TRANSFORM=NONE keeps the variables as they are.";
 }
@@ -148,14 +139,14 @@ std::string defaultLevelsNotice(const Vector& exposure, bool blevelGiven, bool e
     }
   }
   const std::string which = !blevelGiven && !elevelGiven ? "BLEVEL and ELEVEL were"
-                            : !blevelGiven                ? "BLEVEL was"
-                                                          : "ELEVEL was";
+                            : !blevelGiven               ? "BLEVEL was"
+                                                         : "ELEVEL was";
   return which + std::string(" not given, so the control and treatment levels of ") + variable +
          " are " + num(levels.a_star) + " and " + num(levels.a_hat) +
          ", its two lowest observed values; the effects, and with the interaction their size, "
-         "depend on that choice. Observed values near its quartiles are " + num(low) + " and " +
-         num(high) + ": PREDICTORVAR=" + variable + "(BLEVEL=" + num(low) + " ELEVEL=" +
-         num(high) + ") compares them.";
+         "depend on that choice. Observed values near its quartiles are " +
+         num(low) + " and " + num(high) + ": PREDICTORVAR=" + variable + "(BLEVEL=" + num(low) +
+         " ELEVEL=" + num(high) + ") compares them.";
 }
 
 std::string extrapolationNotice(const ExposureLevels& asked, const ExposureLevels& used,
@@ -165,14 +156,15 @@ std::string extrapolationNotice(const ExposureLevels& asked, const ExposureLevel
     throw FitError("The exposure levels " + num(asked.a_star) + " and " + num(asked.a_hat) +
                        " of " + variable + " were not used because " + reason +
                        ", and its quartiles, which would replace them, are equal (" +
-                       readable(used.a_star) +
+                       stathost::formatSignificant(used.a_star, 6) +
                        "), so no contrast is left to estimate. Give BLEVEL and ELEVEL inside the "
                        "data and closer together.",
                    "Extrapolation repair leaves no exposure contrast (Q1 = Q3)");
   }
- return "The exposure levels " + num(asked.a_star) + " and " + num(asked.a_hat) + " of " +
-         variable + " were replaced because " + reason + ": the analysis uses its quartiles " + readable(used.a_star) + " (a*) and " +
-         readable(used.a_hat) +
+  return "The exposure levels " + num(asked.a_star) + " and " + num(asked.a_hat) + " of " +
+         variable + " were replaced because " + reason + ": the analysis uses its quartiles " +
+         stathost::formatSignificant(used.a_star, 6) + " (a*) and " +
+         stathost::formatSignificant(used.a_hat, 6) +
          " (a) instead. Give BLEVEL and ELEVEL inside the data for the contrast you want.";
 }
 

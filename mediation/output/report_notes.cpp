@@ -4,19 +4,9 @@
 #include <cstdio>
 
 #include "effects/continuous_effects.h"
+#include "stathost/format.h"
 
 namespace medanlys {
-namespace {
-
-// Six significant digits: enough to recognise a value quoted in a sentence.
-std::string sixDigits(double v) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.6g", v);
-  return text;
-}
-
-}  // namespace
-
 int bootstrapLevel(const MediationSettings& s) {
   return s.bootstrapGiven ? s.bootstrapCiLevel : s.ciLevel;
 }
@@ -64,8 +54,9 @@ std::string transformedFormula(const TransformationRecord& t, const std::string&
   if (t.name == "log") return "log(" + variable + ")";
   if (t.name == "sqrt") return "sqrt(" + variable + ")";
   if (t.name == "reflected_log") {
-    return std::isfinite(t.maximum) ? "log(" + sixDigits(t.maximum + 1.0) + " - " + variable + ")"
-                                    : "log(max + 1 - " + variable + ")";
+    return std::isfinite(t.maximum)
+               ? "log(" + stathost::formatSignificant(t.maximum + 1.0, 6) + " - " + variable + ")"
+               : "log(max + 1 - " + variable + ")";
   }
   if (t.name == "power") return variable + " squared";
   return t.name + "(" + variable + ")";
@@ -85,8 +76,9 @@ std::string exposureTransformNote(const OutputContext& out, NoteTarget target) {
       return note + ": the coefficients of " + a + " are per unit of the transformed scale.";
     case NoteTarget::kReference: {
       const ExposureLevels& given = out.results.dataScaleLevels;
-      return note + ": a* and a-hat are shown on that scale (" + sixDigits(given.a_star) + " and " +
-             sixDigits(given.a_hat) + " in " + a + "'s units).";
+      return note + ": a* and a-hat are shown on that scale (" +
+             stathost::formatSignificant(given.a_star, 6) + " and " +
+             stathost::formatSignificant(given.a_hat, 6) + " in " + a + "'s units).";
     }
     default:
       return note +
@@ -149,7 +141,7 @@ std::string mediatorScaleNote(const OutputContext& out, NoteTarget target) {
   const TransformationRecord* t = transformationOf(out, "Mediator");
   const std::string what =
       t ? "The transformed mediator " + transformedFormula(*t, m) : "The mediator " + m;
-  const std::string by = sixDigits(factor);
+  const std::string by = stathost::formatSignificant(factor, 6);
   if (target == NoteTarget::kReference) {
     return what + " was divided by " + by + " before fitting; m* is shown on that scale (" + by +
            " times it is the value in " + m + "'s units).";
@@ -163,7 +155,8 @@ std::string weightNote(const OutputContext& out, WeightNoteFor target) {
   if (s.scaleWeightVar.empty()) return "";
   const std::string head = "Cases are weighted by " + s.scaleWeightVar + ": ";
   const std::string cases = "the " + std::to_string(s.casesValid) + " cases";
-  const std::string total = "the total weight " + sixDigits(s.totalWeightValid);
+  const std::string total =
+      "the total weight " + stathost::formatSignificant(s.totalWeightValid, 6);
   const std::string counts = "a case of weight k counts as k cases in the ";
   const bool modelBased = s.covb == COVB_MODEL;
   const bool linearMediator = s.mediatorDistribution != BINOMIAL;

@@ -25,4 +25,8 @@ std::string formatNumber(double value, STAX_Format::FormatType type, int width, 
 // Shortest text that reads back as the same double ("0.1", "1e-12", "3").
 std::string formatShortest(double value);
 
+// A number with `digits` significant digits, for values quoted in a sentence ("8.255",
+// "4.005", "1e-150").
+std::string formatSignificant(double value, int digits);
+
 }  // namespace stathost

@@ -48,4 +48,10 @@ std::string formatNumber(double value, STAX_Format::FormatType type, int width, 
   return text;
 }
 
+std::string formatSignificant(double value, int digits) {
+  char text[40];
+  std::snprintf(text, sizeof text, "%.*g", digits, value);
+  return text;
+}
+
 }  // namespace stathost
