@@ -72,6 +72,12 @@ struct MediationCaseData {
   ExposureLevels dataScaleLevels;
   double mediatorScale = 1.0;
   double outcomeEventValue = NAN;  // binary outcome: the data value coded 1 (the event)
+  // For the sensitivity analysis: a binary outcome's share of events in the total weight
+  // (the rare-outcome rule of the odds ratios), and a continuous outcome's standard
+  // deviation on the scale of the effects (after any skewness transformation; frequency
+  // weights, divisor total weight - 1).
+  double outcomeEventShare = NAN;
+  double outcomeSd = NAN;
   TransformationRecords transformations;
   // Names of the covariate columns of the models, in design order (factor dummies first).
   std::vector<std::string> covariateLabels;
@@ -83,5 +89,9 @@ struct MediationCaseData {
   // Empties everything a previous run left.
   void clear();
 };
+
+// The standard deviation of x with frequency weights w (divisor sum(w) - 1), as the
+// descriptives table computes it; NaN when the total weight is at most 1.
+double weightedStandardDeviation(const Vector& x, const Vector& w);
 
 }  // namespace medanlys

@@ -122,6 +122,7 @@ int BinomialNormalStrategy::run(RoleMapping& input, MediationCaseData& results,
     results.transformations["Exposure"] = TransformationRecord();
     results.transformations["Mediator"] = TransformationRecord();
     transformForSkewness(roles, skewWeights, results);
+    results.outcomeSd = weightedStandardDeviation(outcome, weights);  // on the effects' scale
     ReferencePoint& ref = results.reference;
     results.dataScaleLevels = levels;
     levels = levelsOnModelScale(levels, results.transformations["Exposure"],

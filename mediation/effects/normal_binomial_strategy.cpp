@@ -106,6 +106,7 @@ int NormalBinomialStrategy::run(RoleMapping& input, MediationCaseData& results,
         events += weights[i] * outcome[i];
         total += weights[i];
       }
+      results.outcomeEventShare = total > 0.0 ? events / total : NAN;
       if (family.kind == GlmFamily::kBinomialLogit && total > 0.0 && events / total > 0.1) {
         messages_.GenericWarning(
             "The outcome is not rare (events in ^1% of the cases): odds ratios then overstate risk "

@@ -73,6 +73,7 @@ int NormalNormalStrategy::run(RoleMapping& input, MediationCaseData& results,
     addCovariateRoles(columns, roles);
     results.transformations["Exposure"] = TransformationRecord();
     transformForSkewness(roles, skewWeights, results);
+    results.outcomeSd = weightedStandardDeviation(outcome, weights);  // on the effects' scale
     ReferencePoint& ref = results.reference;
     results.dataScaleLevels = levels;
     levels = levelsOnModelScale(levels, results.transformations["Exposure"],

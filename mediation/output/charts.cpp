@@ -8,6 +8,7 @@
 #include "algorithm/data_preparation.h"
 #include "effects/continuous_effects.h"
 #include "output/report_notes.h"
+#include "output/sensitivity.h"
 #include "stathost/format.h"
 
 namespace medanlys {
@@ -688,6 +689,11 @@ int writeCharts(const OutputContext& out) {
         proportionsByQuartile(map.roleData("MEDIATORVAR"), y, weights,
                               out.results.outcomeEventValue, s.outcomeVar, s.ciLevel));
     write(chart);
+  }
+  // The E-value curves come with the sensitivity table (PRINT SENSITIVITY), before the path
+  // diagram, which stays last.
+  if (s.print[PRINT_SENSITIVITY] && s.analysisType == CAUSAL) {
+    writeEValuePlot(out, status);
   }
   if (s.plot.pathDiagram) {
     MediationPathDiagram chart(&out.generator, out);

@@ -4,6 +4,7 @@
 
 #include "output/output_context.h"
 #include "output/report_notes.h"
+#include "output/sensitivity.h"
 #include "output/table_builder.h"
 #include "stathost/format.h"
 
@@ -67,6 +68,14 @@ std::string outcomeScaleWords(const OutputContext& out, double estimate) {
   return words;
 }
 
+// With PRINT SENSITIVITY: one row per effect with its E-value and what it means.
+void addSensitivityRows(TableBuilder& t, const OutputContext& out) {
+  if (!out.settings.print[PRINT_SENSITIVITY]) return;
+  for (const SensitivitySentence& row : sensitivitySentences(out)) {
+    t.row(" ", {row.label, row.eValue, row.text});
+  }
+}
+
 }  // namespace
 
 int writeEffectInterpretation(const OutputContext& out) {
@@ -83,6 +92,7 @@ int writeEffectInterpretation(const OutputContext& out) {
         out.results.flags[FLAG_BOOTSTRAP_SUCCEEDED] && !out.results.bootstrap.empty();
     addNotes(notes, {totalEffectNote(out, bootstrap)});
   }
+  if (s.print[PRINT_SENSITIVITY]) notes.push_back(sensitivityInterpretationNote(out));
   for (const std::string& note : notes) t.footnote(note);
   for (const char* c : {"Effect", "Value", "Interpretation"}) t.column(c);
   const std::string path = "('" + s.predictorVar + "'" + kArrow + "'" + s.mediatorVar + "')";
@@ -100,6 +110,7 @@ int writeEffectInterpretation(const OutputContext& out) {
                     formatValue(std::fabs(nie)) + " units" + outcomeScaleWords(out, nie)});
     t.row(" ", {std::string("Total Effect (TE)"), estimateOf(out, "TE"), std::string(kEmDash)});
     t.row(" ", {std::string("Proportion Mediated"), estimateOf(out, "PM"), std::string(kEmDash)});
+    addSensitivityRows(t, out);
     return t.write();
   }
 
@@ -123,6 +134,7 @@ int writeEffectInterpretation(const OutputContext& out) {
   t.row(" ",
         {std::string("Total Effect (TE)"), estimateOf(out, prefix + "TE"), std::string(kEmDash)});
   t.row(" ", {std::string("Proportion Mediated"), estimateOf(out, "PM"), std::string(kEmDash)});
+  addSensitivityRows(t, out);
   return t.write();
 }
 

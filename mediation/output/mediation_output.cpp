@@ -2,6 +2,7 @@
 
 #include "output/charts.h"
 #include "output/output_context.h"
+#include "output/sensitivity.h"
 #include "syntax/mediation_settings.h"
 
 namespace medanlys {
@@ -54,6 +55,8 @@ int MediationOutput::emit() {
     if (s.print[PRINT_RATIO_STATS] && r.flags[FLAG_RATIO_STATS_AVAILABLE]) {
       status = writeRatioStatistics(out, false);
     }
+    // After the effect tables whose limits it uses.
+    if (s.print[PRINT_SENSITIVITY]) status = writeSensitivityTable(out);
   }
   if (fitted && causal) status = writeEffectInterpretation(out);
   if (fitted && s.print[PRINT_COV_MATRIX]) status = writeCovarianceMatrices(out);
@@ -64,6 +67,12 @@ int MediationOutput::emit() {
     if (s.print[PRINT_RATIO_STATS] && r.flags[FLAG_RATIO_STATS_AVAILABLE]) {
       status = writeRatioStatistics(out, true);
     }
+    if (s.print[PRINT_SENSITIVITY]) status = writeSensitivityTable(out);
+  }
+  if (fitted && !causal && s.print[PRINT_SENSITIVITY]) {
+    messages_.GenericWarning(
+        "SENSITIVITY gives the E-values of the effects; ANALYSISTYPE=TRADITIONAL estimates no "
+        "effects, so there is no sensitivity analysis.");
   }
   if (fitted && s.plot.barPlot && !binaryMediator &&
       (s.outcomeDistribution == POISSON || s.outcomeDistribution == NEGBIN)) {

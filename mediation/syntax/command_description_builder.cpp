@@ -132,6 +132,8 @@ int CommandDescriptionBuilder::declareCriteria() {
 
 int CommandDescriptionBuilder::declarePrint() {
   SubComDescriptor sub("PRINT", static_cast<SubComSpec>(1), false, false);
+  // The nine tables in their fixed order, then SENSITIVITY (the E-values), an addition of
+  // this program that a bare /PRINT does not switch on.
   const char* keywords[] = {"MEDIATION_REGRESSION_MODEL",
                             "OUTCOME_REGRESSION_MODEL",
                             "EXPOSURE_STATS",
@@ -140,8 +142,9 @@ int CommandDescriptionBuilder::declarePrint() {
                             "RATIO_STATS",
                             "COV_MATRIX",
                             "CASE_SUMMARY",
-                            "DESCRIPTIVES"};
-  for (int i = 0; i < 9; ++i) sub.addParamDesc(param(keywords[i], 0, i < 3, false));
+                            "DESCRIPTIVES",
+                            "SENSITIVITY"};
+  for (int i = 0; i < 10; ++i) sub.addParamDesc(param(keywords[i], 0, i < 3, false));
   command_.addSubComDesc(sub);
   return 0;
 }

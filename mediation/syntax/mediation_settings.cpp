@@ -20,7 +20,8 @@ const char* const kPrintKeywords[PRINT_SWITCH_COUNT] = {"MEDIATION_REGRESSION_MO
                                                         "RATIO_STATS",
                                                         "COV_MATRIX",
                                                         "CASE_SUMMARY",
-                                                        "DESCRIPTIVES"};
+                                                        "DESCRIPTIVES",
+                                                        "SENSITIVITY"};
 
 const char* distributionName(int distribution) {
   switch (distribution) {

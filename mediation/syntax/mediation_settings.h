@@ -38,7 +38,8 @@ struct ReferenceSetting {
   double value = 0.0;
 };
 
-// Index order of the PRINT switches.
+// Index order of the PRINT switches: the nine tables of the procedure in their fixed
+// order, then the additions of this program, so that the nine keep their indices.
 enum PrintSwitch {
   PRINT_MEDIATION_REGRESSION_MODEL = 0,
   PRINT_OUTCOME_REGRESSION_MODEL,
@@ -49,6 +50,10 @@ enum PrintSwitch {
   PRINT_COV_MATRIX,
   PRINT_CASE_SUMMARY,
   PRINT_DESCRIPTIVES,
+  // The sensitivity analysis to unmeasured confounding (E-values): its table, the sentences
+  // it adds to "Effect Interpretation" and its chart. Off unless named; /PRINT alone leaves
+  // it off.
+  PRINT_SENSITIVITY,
   PRINT_SWITCH_COUNT
 };
 extern const char* const kPrintKeywords[PRINT_SWITCH_COUNT];
