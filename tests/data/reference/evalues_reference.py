@@ -13,10 +13,12 @@ Risk-ratio scale of each kind of effect (VanderWeele and Ding 2017, Table):
   - rate ratio of a count outcome: as it is;
   - difference of a continuous outcome: exp(0.91 * d) with d = difference / SD(outcome).
 
-The effects and their 95% limits are those that R's regmedint computed on the reference
-data (the "regmedint" block of each data set's JSON beside this script), and SD(outcome)
-and the event share are those of the data summaries there, so that no number here comes
-from the program. Only the Python standard library is used.
+The effects and their 95% limits are those R computed on the reference data (the JSON of
+each data set beside this script): the closed forms evaluated in R at the exact fits
+("lab_closed_form", the delta method of docs/statistics.md, Var(sigma^2) included) where
+the data set has them, else R's regmedint ("regmedint"). SD(outcome) and the event share
+are those of the data summaries there, so that no number here comes from the program.
+Only the Python standard library is used.
 
 Run from this folder:  python3 evalues_reference.py  (writes evalues.json)
 """
@@ -83,10 +85,12 @@ def configuration(dataset, config_id, analysis, prefix):
     with open(os.path.join(HERE, dataset + ".json")) as f:
         values = json.load(f)
     config = next(c for c in values["configs"] if c["id"] == config_id)
-    effects = config["regmedint"]["effects"]
+    closed_form = "lab_closed_form" in config
+    effects = config["lab_closed_form" if closed_form else "regmedint"]["effects"]
     summary = values["data_summary"]["Y"]
     out = {"dataset": dataset, "config": config_id, "analysis": analysis,
-           "interaction": config["interaction"], "effects": []}
+           "interaction": config["interaction"],
+           "effects_from": "lab_closed_form" if closed_form else "regmedint", "effects": []}
     sd = None
     if analysis == "continuous":
         sd = summary["sd"]
@@ -105,10 +109,16 @@ def configuration(dataset, config_id, analysis, prefix):
     for r_name, name in EFFECTS:
         if ratio and name == "TDE":
             continue  # not among the ratio effects of the decomposition table
-        e = effects[r_name]
-        estimate = e["exp_est"] if ratio else e["est"]
-        lower = e["exp_lower95"] if ratio else e["lower95"]
-        upper = e["exp_upper95"] if ratio else e["upper95"]
+        if closed_form:
+            e = effects.get(prefix + name)
+            if e is None:
+                continue  # TDE is not among the closed forms of a continuous outcome
+            estimate, lower, upper = e["est"], e["lower95"], e["upper95"]  # ratios as ratios
+        else:
+            e = effects[r_name]
+            estimate = e["exp_est"] if ratio else e["est"]
+            lower = e["exp_lower95"] if ratio else e["lower95"]
+            upper = e["exp_upper95"] if ratio else e["upper95"]
         rr = to_risk_ratio(estimate, conversion, sd)
         rr_lower = to_risk_ratio(lower, conversion, sd)
         rr_upper = to_risk_ratio(upper, conversion, sd)
