@@ -7,12 +7,15 @@
 #include <cstdlib>
 #include <fstream>
 #include <functional>
+#include <map>
 #include <sstream>
 #include <tuple>
 
 #include "entry/medanlys_entry.h"
 #include "module_fixture.h"
+#include "output/sensitivity.h"
 #include "reference_data.h"
+#include "stathost/gpl_chart.h"
 #include "stathost/host_session.h"
 #include "stathost/universal_parser.h"
 #include "syntax/command_description_builder.h"
@@ -423,6 +426,177 @@ TEST_F(ForestRowsFromResults, ReflectedOutcomeIsNotedUnderTheChart) {
                             "The outcome y was transformed to log(5 - y) for its skewness: higher "
                             "values on this scale are lower values of y. Effects are on the "
                             "transformed scale and their signs are reversed relative to y."});
+}
+
+// ---- E-value curves (PRINT SENSITIVITY) ---------------------------------------------------
+
+struct EValueChartCase {
+  const char* dataset;
+  const char* models;
+  const char* prefix;  // of the effects' rows in the sensitivity table
+};
+
+class EValueCurves : public ::testing::TestWithParam<EValueChartCase> {};
+
+// The items of a run with PRINT SENSITIVITY and the forest plot and path diagram.
+json sensitivityItems(const EValueChartCase& c, const std::string& analysis = "CAUSAL") {
+  stathost::HostSession& session = stathost::HostSession::instance();
+  session.setActiveDataset(testsupport::referenceData(c.dataset));
+  session.setCurrentCommand(
+      "MEDIATION ANALYSIS OUTCOMEVAR=Y MEDIATORVAR=M PREDICTORVAR=A(BLEVEL=0 ELEVEL=1) WITH C1 "
+      "C2 " +
+          std::string(c.models) + " /CRITERIA CILEVEL=95 CITYPE=DELTA COVB=MODEL ANALYSISTYPE=" +
+          analysis + " /PRINT SENSITIVITY /PLOT FOREST_PLOT PATH_DIAGRAM.",
+      1, "test");
+  session.beginRun();
+  MEDANLYS();
+  const stathost::RunRecord record = session.endRun();
+  session.setActiveDataset(nullptr);
+  return record.items;
+}
+
+TEST_P(EValueCurves, EachCurveExplainsItsEffectAwayAndTheRendererDrawsIt) {
+  const EValueChartCase& c = GetParam();
+  const json items = sensitivityItems(c);
+  std::vector<std::string> charts;
+  const json* chart = nullptr;
+  const json* table = nullptr;
+  for (const json& item : items) {
+    if (item["type"] == "chart") charts.push_back(item["title"]);
+    if (item["title"] == "Sensitivity Analysis: E-value Curves") chart = &item;
+    if (item["title"] == "Sensitivity Analysis (E-values)") table = &item;
+  }
+  // Before the path diagram, which stays last.
+  EXPECT_EQ(charts, (std::vector<std::string>{"Mediation Analysis Forest Plot",
+                                              "Sensitivity Analysis: E-value Curves",
+                                              "Mediation Analysis Path Diagram"}));
+  ASSERT_TRUE(chart && table);
+  // The effects' risk ratios and E-values as the table gives them.
+  std::map<std::string, std::pair<double, double>> effects;
+  for (std::size_t i = 0; i < (*table)["rows"].size(); ++i) {
+    const std::string label = (*table)["rows"][i][0];
+    const json& cells = (*table)["cells"][i];
+    effects[label.substr(std::string(c.prefix).size())] = {cells[0]["value"], cells[3]["value"]};
+  }
+  const json eu = column(*chart, "rrEU"), ud = column(*chart, "rrUD"),
+             curve = column(*chart, "curve");
+  ASSERT_EQ(eu.size(), ud.size());
+  ASSERT_EQ(eu.size(), curve.size());
+  std::map<std::string, int> points;
+  double top = 0.0;
+  for (double v : column(*chart, "diagonalX")) top = std::max(top, v);
+  for (std::size_t i = 0; i < eu.size(); ++i) {
+    const double x = eu[i], y = ud[i];
+    const double rr = effects.at(curve[i]).first;
+    // The bias factor of VanderWeele and Ding (2017) at every point equals the effect.
+    EXPECT_NEAR(x * y / (x + y - 1.0), rr < 1.0 ? 1.0 / rr : rr, 1e-9) << curve[i];
+    EXPECT_GE(x, 1.0);
+    EXPECT_LE(x, top + 1e-9);
+    EXPECT_GE(y, 1.0);
+    EXPECT_LE(y, top + 1e-9);
+    ++points[curve[i]];
+  }
+  EXPECT_EQ(points.size(), 3u);  // TE, NDE and NIE
+  // The E-values marked on the diagonal, labelled with two decimals.
+  const json ex = column(*chart, "eValueX"), ey = column(*chart, "eValueY"),
+             labels = column(*chart, "eValueLabel");
+  ASSERT_EQ(ex.size(), 3u);
+  const char* order[] = {"TE", "NDE", "NIE"};
+  for (int k = 0; k < 3; ++k) {
+    const double e = effects.at(order[k]).second;
+    EXPECT_NEAR(ex[k].get<double>(), e, 1e-12);
+    EXPECT_NEAR(ey[k].get<double>(), e, 1e-12);
+    char text[64];
+    std::snprintf(text, sizeof text, "%s: E = %.2f", order[k], e);
+    EXPECT_EQ(labels[k], text);
+  }
+  EXPECT_TRUE(has(*chart, "SCALE: linear(dim(1), min(1), max("));
+  EXPECT_TRUE(has(*chart, "GUIDE: legend(aesthetic(aesthetic.color), label(\"Effect\"))"));
+  EXPECT_TRUE(has(*chart, "ELEMENT: line(position(rrEU*rrUD), color(curve), split(curve)"));
+  EXPECT_TRUE(has(*chart, "label(eValueLabel))"));
+  // Every statement is one the renderer draws.
+  EXPECT_TRUE(stathost::gpl::parseChart((*chart)["gpl"]).skipped.empty());
+  const stathost::gpl::ChartDrawing drawing = stathost::gpl::drawChart(*chart);
+  EXPECT_TRUE(drawing.ok) << drawing.problem;
+  EXPECT_TRUE(drawing.omitted.empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Strategies, EValueCurves,
+                         ::testing::Values(EValueChartCase{"nn_binA", kContinuousText, ""},
+                                           EValueChartCase{"bn", kBinaryMediatorText, ""},
+                                           EValueChartCase{"nb_logit", kLogitOutcomeText, "OR_"},
+                                           EValueChartCase{
+                                               "np_count",
+                                               "/MEDMODEL DISTRIBUTION=NORMAL /OUTMODEL "
+                                               "DISTRIBUTION=POISSON LINK=LOG",
+                                               "IRR_"}),
+                         [](const ::testing::TestParamInfo<EValueChartCase>& param) {
+                           return std::string(param.param.dataset);
+                         });
+
+TEST(EValueCurvesAbsent, WithoutSensitivityOrWithoutEffects) {
+  // No SENSITIVITY: the charts PLOT asks for and nothing else.
+  const json charts = chartsOf("nn_binA", command(kContinuous, "CAUSAL", "FOREST_PLOT"));
+  ASSERT_EQ(charts.size(), 1u);
+  EXPECT_EQ(charts[0]["title"], "Mediation Analysis Forest Plot");
+  // A traditional analysis has no effects.
+  for (const json& item : sensitivityItems({"nn_binA", kContinuousText, ""}, "TRADITIONAL")) {
+    EXPECT_NE(item["title"], "Sensitivity Analysis: E-value Curves");
+  }
+}
+
+class EValueCurvesFromResults : public testsupport::ModuleTest {
+ protected:
+  // The E-value chart of hand-made effects of a continuous outcome with SD 1, or null.
+  json chart(const std::map<std::string, double>& estimates) {
+    using namespace medanlys;
+    stathost::CommandDescriptor grammar("MEDIATION ANALYSIS");
+    CommandDescriptionBuilder builder(grammar);
+    for (int i = 0; i < CommandDescriptionBuilder::kSubcommandCount; ++i) builder.declare(i);
+    stathost::STAX_TokenSequence tokens(testsupport::validCommand("", "", "", "", " SENSITIVITY"),
+                                        1);
+    stathost::CommandSpec parsed;
+    stathost::UniversalParser parser(tokens, parsed, grammar);
+    EXPECT_EQ(parser.getCommandSpecifications(), 0);
+    stathost::ProcedureDataSource source;
+    MediationSettings settings(parsed, grammar, source);
+    for (int i = 0; i < CommandDescriptionBuilder::kSubcommandCount; ++i)
+      settings.prepareInputSetting(i);
+    MediationCaseData results;
+    results.outcomeSd = 1.0;
+    for (const auto& [name, value] : estimates) {
+      results.effects[name] = EffectInference{value, 0.1, 0.0, 0.0, value - 0.2, value + 0.2};
+    }
+    stathost::StatJSONGenerator generator("Mediation Analysis");
+    int status = -1;
+    const bool written = writeEValuePlot(OutputContext{generator, settings, results}, status);
+    const json items = json::parse(generator.getProcedureStatJSON())["items"];
+    EXPECT_EQ(written, !items.empty());
+    if (written) {
+      EXPECT_EQ(status, 0);
+    }
+    return items.empty() ? json() : items[0];
+  }
+};
+
+TEST_F(EValueCurvesFromResults, RatiosBelowOneAreDrawnAsTheirReciprocalAndNullEffectsAreNamed) {
+  // NDE: exp(0.91 x -1) < 1; TE: exactly 1; NIE: absent.
+  const json c = chart({{"NDE", -1.0}, {"TE", 0.0}});
+  ASSERT_FALSE(c.is_null());
+  const double rr = std::exp(-0.91);
+  const double e = medanlys::eValue(rr);
+  char label[64];
+  std::snprintf(label, sizeof label, "NDE: E = %.2f (1/RR)", e);
+  EXPECT_EQ(column(c, "eValueLabel"), json::array({label}));
+  for (const json& name : column(c, "curve")) EXPECT_EQ(name, "NDE");
+  // Both axes from 1 to the whole number at or above 1.6 E (at least 3).
+  EXPECT_EQ(column(c, "diagonalX"), json::array({1.0, std::ceil(std::max(3.0, 1.6 * e))}));
+  EXPECT_TRUE(has(c, "Not drawn: TE and NIE have a risk ratio of 1 or none, so no curve."));
+  EXPECT_TRUE(has(c, "SD(y) = 1.0000"));
+}
+
+TEST_F(EValueCurvesFromResults, NoChartWhenNoEffectCanBeDrawn) {
+  EXPECT_TRUE(chart({{"TE", 0.0}, {"NDE", 0.0}}).is_null());
 }
 
 }  // namespace
