@@ -17,6 +17,7 @@
 #include "effects/strategy_support.h"
 #include "models/fit_error.h"
 #include "models/glm.h"
+#include "models/glm_replicate.h"
 #include "stathost/format.h"
 #include "syntax/mediation_settings.h"
 
@@ -125,8 +126,8 @@ int BinomialNormalStrategy::run(RoleMapping& input, MediationCaseData& results,
     results.outcomeSd = weightedStandardDeviation(outcome, weights);  // on the effects' scale
     ReferencePoint& ref = results.reference;
     results.dataScaleLevels = levels;
-    levels = levelsOnModelScale(levels, results.transformations["Exposure"],
-                                settings_.predictorVar, log);
+    levels = levelsOnModelScale(levels, results.transformations["Exposure"], settings_.predictorVar,
+                                log);
     ref.a_star = levels.a_star;
     ref.a_hat = levels.a_hat;
     const bool isValue = settings_.mediatorLevelKind == MediatorLevelKind::kCustom;
@@ -199,6 +200,7 @@ void BinomialNormalStrategy::bootstrap(const BootstrapCases& cases,
   const OutcomeDesign oD = buildOutcomeDesignMatrix(cases.exposure, cases.mediator, cases.outcome,
                                                     covariates, full.interaction);
   GlmOptions options = glmOptions(settings_);
+  options.start = results.mediatorLogisticFit.coefficients;  // replicates start at the full fit
   const ReferencePoint ref = results.reference;
   const ReplicateFitter fit = [&](long, const Vector& w, bool firth) {
     ReplicateResult r;
@@ -206,8 +208,8 @@ void BinomialNormalStrategy::bootstrap(const BootstrapCases& cases,
       GlmOptions o = options;
       o.firth = firth;
       Vector beta, theta;
-      if (!fitGlmCoefficients(mX, cases.mediator, w, Family{GlmFamily::kBinomialLogit, 1.0}, o,
-                              beta)) {
+      if (!fitReplicateCoefficients(mX, cases.mediator, w, Family{GlmFamily::kBinomialLogit, 1.0},
+                                    o, beta)) {
         r.reason = firth ? "Firth's penalized logistic regression failed to converge"
                          : "fitLogisticNR_Variant2 did not converge in bootstrap iteration";
         return r;

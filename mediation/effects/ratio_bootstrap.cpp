@@ -8,6 +8,7 @@
 
 #include "effects/resample_loop.h"
 #include "effects/strategy_support.h"
+#include "models/glm_replicate.h"
 
 namespace medanlys {
 
@@ -50,8 +51,8 @@ RatioReplicate fitRatioReplicate(const RatioReplicateModel& model, const Vector&
         return r;
       }
       theta = fit.coefficients;
-    } else if (!fitGlmCoefficients(model.outcome.X, model.outcome.y, weights, model.family,
-                                   model.options, theta)) {
+    } else if (!fitReplicateCoefficients(model.outcome.X, model.outcome.y, weights, model.family,
+                                         model.options, theta)) {
       r.reason = "Outcome regression did not converge in bootstrap iteration";
       return r;
     }

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "models/glm.h"
+#include "models/glm_replicate.h"
 
 namespace {
 
@@ -148,6 +149,51 @@ TEST(GlmRidge, NearSingularInformationIsRepairedAndLogged) {
       fitGlm(design({x, x2}), y, Vector(y.size(), 1.0), Family{GlmFamily::kPoissonLog, 1.0}, o);
   ASSERT_FALSE(fit.log.empty());
   EXPECT_EQ(fit.log[0].rfind("Ridge penalty 1e-06 added to the diagonal", 0), 0u) << fit.log[0];
+}
+
+// The fast replicate fit reaches the maximum of the general fit, for every family, on
+// resample-like weights (some cases not drawn, some drawn twice), from a start away from it.
+TEST(ReplicateFit, ReachesTheMaximumOfTheGeneralFit) {
+  const std::size_t n = 400;
+  const Vector x = wave(n, 0.7), z = wave(n, 1.9, 0.4);
+  Vector binary(n), counts(n), w(n);
+  for (std::size_t i = 0; i < n; ++i) {
+    binary[i] = (x[i] + 0.8 * std::cos(2.3 * i) > 0.3) ? 1.0 : 0.0;
+    counts[i] = std::floor(std::exp(0.5 + 0.6 * x[i]) * (1.0 + std::cos(2.9 * i)));
+    w[i] = static_cast<double>((i * 7) % 3);  // 0, 1 or 2
+  }
+  const DesignMatrix X = design({x, z});
+  const struct {
+    Family family;
+    const Vector* y;
+  } cases[] = {{{GlmFamily::kBinomialLogit, 1.0}, &binary},
+               {{GlmFamily::kBinomialLog, 1.0}, &binary},
+               {{GlmFamily::kPoissonLog, 1.0}, &counts},
+               {{GlmFamily::kNegBinLog, 0.7}, &counts}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.family.name());
+    const GlmFit general = fitGlm(X, *c.y, w, c.family, GlmOptions());
+    ASSERT_TRUE(general.converged) << general.message;
+    GlmOptions o;
+    o.start = general.coefficients;
+    for (double& b : o.start) b *= 0.8;  // a warm start, not the answer
+    o.start[0] = c.family.kind == GlmFamily::kBinomialLog ? -1.5 : o.start[0];
+    Vector beta;
+    ASSERT_TRUE(fitReplicateCoefficients(X, *c.y, w, c.family, o, beta));
+    for (std::size_t j = 0; j < X.q; ++j) {
+      EXPECT_NEAR(beta[j], general.coefficients[j], 1e-10 * std::max(1.0, std::fabs(beta[j])));
+    }
+  }
+}
+
+TEST(ReplicateFit, CholeskySolvesAndRefusesAnIndefiniteMatrix) {
+  // a = [[4, 2], [2, 3]] (lower triangle used), b = (2, 1): x = (0.5, 0).
+  Vector b = {2.0, 1.0};
+  ASSERT_TRUE(choleskySolve({4.0, 0.0, 2.0, 3.0}, 2, b));
+  EXPECT_NEAR(b[0], 0.5, 1e-15);
+  EXPECT_NEAR(b[1], 0.0, 1e-15);
+  Vector c = {1.0, 1.0};
+  EXPECT_FALSE(choleskySolve({1.0, 0.0, 2.0, 1.0}, 2, c));
 }
 
 }  // namespace
