@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 
 namespace medanlys {
 namespace {
@@ -86,9 +87,13 @@ struct CaseTerms<GlmFamily::kNegBinLog> {
   }
 };
 
+// The cases drawn into the resample (positive weight): a resample leaves about a third of
+// the cases out, and a list of the others spares the pass an unpredictable branch per case.
+using Active = std::vector<std::uint32_t>;
+
 template <GlmFamily kKind>
-void pass(const DesignMatrix& X, const Vector& y, const Vector& w, const Family& family,
-          const Vector& beta, Pass& out) {
+void pass(const DesignMatrix& X, const Vector& y, const Vector& w, const Active& active,
+          const Family& family, const Vector& beta, Pass& out) {
   using Terms = CaseTerms<kKind>;
   const std::size_t q = X.q;
   const double k = family.k, theta = 1.0 / family.k;
@@ -98,9 +103,8 @@ void pass(const DesignMatrix& X, const Vector& y, const Vector& w, const Family&
   out.score.assign(q, 0.0);
   double* info = out.info.data();
   double* score = out.score.data();
-  for (std::size_t i = 0; i < X.n; ++i) {
+  for (const std::uint32_t i : active) {
     const double wi = w[i];
-    if (wi == 0.0) continue;  // not drawn into this resample
     const double* x = X.row(i);
     double eta = 0.0;
     for (std::size_t j = 0; j < q; ++j) eta += x[j] * beta[j];
@@ -124,17 +128,17 @@ void pass(const DesignMatrix& X, const Vector& y, const Vector& w, const Family&
   }
 }
 
-void passFor(const DesignMatrix& X, const Vector& y, const Vector& w, const Family& family,
-             const Vector& beta, Pass& out) {
+void passFor(const DesignMatrix& X, const Vector& y, const Vector& w, const Active& active,
+             const Family& family, const Vector& beta, Pass& out) {
   switch (family.kind) {
     case GlmFamily::kBinomialLogit:
-      return pass<GlmFamily::kBinomialLogit>(X, y, w, family, beta, out);
+      return pass<GlmFamily::kBinomialLogit>(X, y, w, active, family, beta, out);
     case GlmFamily::kBinomialLog:
-      return pass<GlmFamily::kBinomialLog>(X, y, w, family, beta, out);
+      return pass<GlmFamily::kBinomialLog>(X, y, w, active, family, beta, out);
     case GlmFamily::kPoissonLog:
-      return pass<GlmFamily::kPoissonLog>(X, y, w, family, beta, out);
+      return pass<GlmFamily::kPoissonLog>(X, y, w, active, family, beta, out);
     case GlmFamily::kNegBinLog:
-      return pass<GlmFamily::kNegBinLog>(X, y, w, family, beta, out);
+      return pass<GlmFamily::kNegBinLog>(X, y, w, active, family, beta, out);
   }
 }
 
@@ -148,8 +152,8 @@ bool responseVaries(const Family& family, const Pass& p) {
 }
 
 // Newton from `beta`, whose pass is `current`; false when this path cannot settle the fit.
-bool newton(const DesignMatrix& X, const Vector& y, const Vector& w, const Family& family,
-            const GlmOptions& o, Vector& beta, Pass& current) {
+bool newton(const DesignMatrix& X, const Vector& y, const Vector& w, const Active& active,
+            const Family& family, const GlmOptions& o, Vector& beta, Pass& current) {
   const std::size_t q = X.q;
   Pass trial;
   bool converged = false;
@@ -165,7 +169,7 @@ bool newton(const DesignMatrix& X, const Vector& y, const Vector& w, const Famil
     double scale = 1.0;
     for (int halving = 0; halving <= o.maxStepHalving; ++halving, scale *= 0.5) {
       for (std::size_t j = 0; j < q; ++j) candidate[j] = beta[j] + scale * step[j];
-      passFor(X, y, w, family, candidate, trial);
+      passFor(X, y, w, active, family, candidate, trial);
       if (trial.valid && trial.kernel >= current.kernel - 1e-10 * std::fabs(current.kernel)) {
         accepted = true;
         break;
@@ -224,11 +228,16 @@ bool fitReplicateCoefficients(const DesignMatrix& X, const Vector& y, const Vect
   if (options.firth || options.start.size() != X.q || X.n <= X.q) {
     return fitGlmCoefficients(X, y, w, family, options, beta);
   }
+  Active active;
+  active.reserve(X.n);
+  for (std::size_t i = 0; i < X.n; ++i) {
+    if (w[i] != 0.0) active.push_back(static_cast<std::uint32_t>(i));
+  }
   Pass start;
   beta = options.start;
-  passFor(X, y, w, family, beta, start);
+  passFor(X, y, w, active, family, beta, start);
   if (start.valid && !responseVaries(family, start)) return false;  // no events: no fit
-  if (start.valid && newton(X, y, w, family, options, beta, start)) return true;
+  if (start.valid && newton(X, y, w, active, family, options, beta, start)) return true;
   return fitGlmCoefficients(X, y, w, family, options, beta);
 }
 
