@@ -44,13 +44,14 @@ RatioReplicate fitRatioReplicate(const RatioReplicateModel& model, const Vector&
 
     Vector theta;
     if (model.estimateDispersion) {
-      const GlmFit fit =
-          fitNegativeBinomialMle(model.outcome.X, model.outcome.y, weights, model.options);
-      if (!fit.converged) {
-        r.reason = "Outcome regression failed in bootstrap iteration: " + fit.message;
+      double k = 0.0;
+      if (!fitReplicateNegativeBinomial(model.outcome.X, model.outcome.y, weights, model.options,
+                                        theta, k)) {
+        r.reason =
+            "Outcome regression failed in bootstrap iteration: the negative binomial "
+            "model did not converge";
         return r;
       }
-      theta = fit.coefficients;
     } else if (!fitReplicateCoefficients(model.outcome.X, model.outcome.y, weights, model.family,
                                          model.options, theta)) {
       r.reason = "Outcome regression did not converge in bootstrap iteration";

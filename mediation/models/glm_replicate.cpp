@@ -1,6 +1,8 @@
 #include "models/glm_replicate.h"
 
 #include <algorithm>
+#include <boost/math/special_functions/digamma.hpp>
+#include <boost/math/special_functions/trigamma.hpp>
 #include <cmath>
 #include <cstdint>
 
@@ -194,7 +196,136 @@ bool newton(const DesignMatrix& X, const Vector& y, const Vector& w, const Activ
   return converged;
 }
 
+// theta = 1/k beyond this is the Poisson model for every practical purpose (as in the
+// general fit, which stops there too).
+constexpr double kThetaPoissonLimit = 1e8;
+
+// The counts of the resample grouped by value: the weight of each distinct count, so that
+// digamma and trigamma are evaluated once per value rather than once per case.
+struct CountHistogram {
+  std::vector<double> values, weights;
+  double total = 0.0;
+};
+
+bool countHistogram(const Vector& y, const Vector& w, const Active& active, CountHistogram& h) {
+  double largest = 0.0;
+  for (const std::uint32_t i : active) largest = std::max(largest, y[i]);
+  if (largest > 1e6) return false;  // too many possible values for a table
+  std::vector<double> byValue(static_cast<std::size_t>(largest) + 1, 0.0);
+  for (const std::uint32_t i : active) {
+    byValue[static_cast<std::size_t>(y[i])] += w[i];
+    h.total += w[i];
+  }
+  for (std::size_t v = 0; v < byValue.size(); ++v) {
+    if (byValue[v] == 0.0) continue;
+    h.values.push_back(static_cast<double>(v));
+    h.weights.push_back(byValue[v]);
+  }
+  return true;
+}
+
+// Newton steps for theta on the profile log-likelihood at the means mu (one per active
+// case), as in the general fit; the special functions come from the histogram.
+double thetaSteps(const Vector& y, const Vector& w, const Active& active, const Vector& mu,
+                  const CountHistogram& h, double theta, int maxIterations) {
+  const boost::math::policies::policy<boost::math::policies::promote_double<false>> policy;
+  for (int it = 0; it < maxIterations; ++it) {
+    const double t = theta;
+    double score = h.total * (-boost::math::digamma(t, policy) + std::log(t) + 1.0);
+    double info = h.total * (boost::math::trigamma(t, policy) - 1.0 / t);
+    for (std::size_t v = 0; v < h.values.size(); ++v) {
+      score += h.weights[v] * boost::math::digamma(h.values[v] + t, policy);
+      info -= h.weights[v] * boost::math::trigamma(h.values[v] + t, policy);
+    }
+    for (std::size_t c = 0; c < active.size(); ++c) {
+      const std::uint32_t i = active[c];
+      const double tm = t + mu[c];
+      score -= w[i] * (std::log(tm) + (y[i] + t) / tm);
+      info += w[i] * (2.0 / tm - (y[i] + t) / (tm * tm));
+    }
+    double next = theta + score / info;
+    if (!(next > 0.0) || !std::isfinite(next)) next = theta / 2.0;
+    const double change = std::fabs(next - theta) / theta;
+    theta = next;
+    if (theta >= kThetaPoissonLimit) return kThetaPoissonLimit;
+    if (change < 1e-12) break;
+  }
+  return theta;
+}
+
+void activeMeans(const DesignMatrix& X, const Active& active, const Vector& beta, Vector& mu) {
+  mu.resize(active.size());
+  for (std::size_t c = 0; c < active.size(); ++c) {
+    const double* x = X.row(active[c]);
+    double eta = 0.0;
+    for (std::size_t j = 0; j < X.q; ++j) eta += x[j] * beta[j];
+    mu[c] = std::exp(eta);
+  }
+}
+
+Active drawnCases(const Vector& w) {
+  Active active;
+  active.reserve(w.size());
+  for (std::size_t i = 0; i < w.size(); ++i) {
+    if (w[i] != 0.0) active.push_back(static_cast<std::uint32_t>(i));
+  }
+  return active;
+}
+
+// The alternation; false when this path cannot settle the fit.
+bool negativeBinomialAlternation(const DesignMatrix& X, const Vector& y, const Vector& w,
+                                 const Active& active, const GlmOptions& o, Vector& beta,
+                                 double& theta) {
+  CountHistogram histogram;
+  if (!countHistogram(y, w, active, histogram)) return false;
+  Vector mu;
+  activeMeans(X, active, beta, mu);
+  for (int outer = 0; outer < o.maxIterations; ++outer) {
+    theta = thetaSteps(y, w, active, mu, histogram, std::min(theta, kThetaPoissonLimit),
+                       o.maxIterations);
+    const Family nb{GlmFamily::kNegBinLog, 1.0 / theta};
+    const Vector previous = beta;
+    Pass current;
+    passFor(X, y, w, active, nb, beta, current);
+    if (!current.valid || !newton(X, y, w, active, nb, o, beta, current)) return false;
+    activeMeans(X, active, beta, mu);
+    const double next = thetaSteps(y, w, active, mu, histogram, theta, o.maxIterations);
+    double change = std::fabs(next - theta) / theta;
+    for (std::size_t j = 0; j < beta.size(); ++j) {
+      change =
+          std::max(change, std::fabs(beta[j] - previous[j]) / std::max(std::fabs(beta[j]), 1.0));
+    }
+    theta = next;
+    if (change < 1e-9) return true;
+  }
+  return false;
+}
+
 }  // namespace
+
+bool fitReplicateNegativeBinomial(const DesignMatrix& X, const Vector& y, const Vector& w,
+                                  const GlmOptions& options, Vector& beta, double& k) {
+  const bool warm = options.start.size() == X.q && options.startDispersion > 0.0;
+  if (warm && X.n > X.q) {
+    const Active active = drawnCases(w);
+    double total = 0.0, response = 0.0;
+    for (const std::uint32_t i : active) {
+      total += w[i];
+      response += w[i] * y[i];
+    }
+    if (!(total > 0.0) || !(response > 0.0)) return false;  // every count 0: no fit
+    beta = options.start;
+    double theta = 1.0 / options.startDispersion;
+    if (negativeBinomialAlternation(X, y, w, active, options, beta, theta)) {
+      k = 1.0 / theta;
+      return true;
+    }
+  }
+  const GlmFit fit = fitNegativeBinomialMle(X, y, w, options);
+  beta = fit.coefficients;
+  k = fit.dispersion;
+  return fit.converged;
+}
 
 bool choleskySolve(std::vector<double> a, std::size_t q, std::vector<double>& b) {
   // a = L L^T in the lower triangle of a.
@@ -228,11 +359,7 @@ bool fitReplicateCoefficients(const DesignMatrix& X, const Vector& y, const Vect
   if (options.firth || options.start.size() != X.q || X.n <= X.q) {
     return fitGlmCoefficients(X, y, w, family, options, beta);
   }
-  Active active;
-  active.reserve(X.n);
-  for (std::size_t i = 0; i < X.n; ++i) {
-    if (w[i] != 0.0) active.push_back(static_cast<std::uint32_t>(i));
-  }
+  const Active active = drawnCases(w);
   Pass start;
   beta = options.start;
   passFor(X, y, w, active, family, beta, start);

@@ -16,6 +16,15 @@ namespace medanlys {
 bool fitReplicateCoefficients(const DesignMatrix& X, const Vector& y, const Vector& w,
                               const Family& family, const GlmOptions& options, Vector& beta);
 
+// Negative binomial with k estimated, for a replicate: the alternation of the general fit
+// (Newton steps for theta = 1/k on the profile likelihood, then the coefficients at that
+// theta, until both change by less than 1e-9 relative), from options.start and
+// options.startDispersion, with the coefficient steps of the fast path and the digamma and
+// trigamma sums of the theta steps taken once per distinct count. Falls back to the
+// general fit where this path cannot settle. `k` receives the dispersion.
+bool fitReplicateNegativeBinomial(const DesignMatrix& X, const Vector& y, const Vector& w,
+                                  const GlmOptions& options, Vector& beta, double& k);
+
 // Solves a x = b for a symmetric positive definite a (lower triangle used), in place of b;
 // false when a pivot is not positive.
 bool choleskySolve(std::vector<double> a, std::size_t q, std::vector<double>& b);
