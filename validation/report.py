@@ -23,6 +23,9 @@ ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 BEGIN, END = "<!-- results:begin -->", "<!-- results:end -->"
 COLUMNS = ("delta", "percentile", "bca", "normal", "efron_bca")
 HEADERS = ("delta", "percentile", "BCa (program)", "normal", "BCa (Efron)")
+# The table adds the delta method on the bootstrapped data sets, next to the bootstrap.
+TABLE_COLUMNS = ("delta", "delta_on_bootstrap_sets") + COLUMNS[1:]
+TABLE_HEADERS = ("delta", "delta, bootstrapped sets") + HEADERS[1:]
 
 
 def _cov(c, nominal=0.95):
@@ -81,6 +84,10 @@ def results_tables(result):
         if sc.get("rare_warning_share") is not None and s.outcome == "logit":
             facts.append("the common-outcome warning appeared in %.1f%% of the data sets"
                          % (100 * sc["rare_warning_share"]))
+        if sc.get("study_failures"):
+            facts.append("in %d bootstrapped data sets the maximum-likelihood fit does not exist "
+                         "(quasi-separation), so the study has no Efron BCa there"
+                         % sc["study_failures"])
         if "firth_share_program" in sc:
             facts.append("Firth's penalty switched on in %.1f%% of the program's bootstraps "
                          "(%.1f%% of the study's)" % (100 * sc["firth_share_program"],
@@ -91,14 +98,14 @@ def results_tables(result):
                             sc["mean_units"] / sc["mean_records"]))
         out.append("; ".join(facts) + ".\n")
         out.append("| effect | truth | bias | SD | SE/SD delta | SE/SD boot | "
-                   + " | ".join(HEADERS) + " |")
-        out.append("|---|---:|---:|---:|---:|---:|" + "---:|" * len(HEADERS))
+                   + " | ".join(TABLE_HEADERS) + " |")
+        out.append("|---|---:|---:|---:|---:|---:|" + "---:|" * len(TABLE_HEADERS))
         for e, er in sc["effects"].items():
             label = e.replace("R_", s.ratio_label()) if dgp.is_ratio_effect(e) else e
             if not er.get("reported"):
                 out.append("| %s | %s | not in the report (no interaction table without "
                            "the interaction) |%s" % (label, _num(er["truth_mean"]),
-                                                     " |" * (len(HEADERS) + 3)))
+                                                     " |" * (len(TABLE_HEADERS) + 3)))
                 continue
             est, boot = er["estimate"], er.get("bootstrap_estimate", {})
             if e == "PM":  # heavy tails: median bias, IQR-based SD, median SE over it
@@ -110,15 +117,22 @@ def results_tables(result):
                 r_delta, r_boot = est.get("se_ratio"), boot.get("se_ratio")
             if dgp.is_ratio_effect(e):
                 label += "*"
+            boot_text = _num(r_boot, 2)
+            if e != "PM" and r_boot is not None and r_boot > 2 and "robust_se_ratio" in boot:
+                boot_text = _num(boot["robust_se_ratio"], 2) + "‡"
             cells = [label, _num(er["truth_mean"]), _num(bias), _num(sd), _num(r_delta, 2),
-                     _num(r_boot, 2)] + [_cov(er.get(k)) for k in COLUMNS]
+                     boot_text] + [_cov(er.get(k)) for k in TABLE_COLUMNS]
             out.append("| " + " | ".join(cells) + " |")
         out.append("")
     out.append("\\* bias and SD of log(estimate) − log(truth); SE on the log scale. "
                "† median bias, SD from the interquartile range (IQR/1.349) and median SE over "
-               "it (the proportion mediated has heavy tails when TE is near 0). Coverage in "
-               "percent ± its binomial standard error; **bold**: more than three binomial "
-               "standard errors (at 95%) from 95%.")
+               "it (the proportion mediated has heavy tails when TE is near 0). ‡ median "
+               "bootstrap SE over the IQR-based SD: the mean bootstrap SE is dominated by a few "
+               "data sets with extreme replicates. SE/SD boot uses the program's bootstrap SE "
+               "(for ratios SD(log R_b) = log R / z). Coverage in percent ± its binomial "
+               "standard error; **bold**: more than three binomial standard errors (at 95%) "
+               "from 95%. \"delta, bootstrapped sets\": the delta method on the data sets that "
+               "were bootstrapped, to compare the bootstrap intervals with on the same data.")
     return "\n".join(out)
 
 

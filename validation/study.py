@@ -127,14 +127,16 @@ def _done(path):
 
 
 def plan(scenarios, reps_delta, reps_boot, nb, binary, out, chunk_delta, chunk_boot):
-    """Tasks for the data sets not yet in OUT/records. Data sets 0..reps_boot-1 get the
-    bootstrap as well as the delta method; the rest the delta method only."""
+    """Tasks for the data sets not yet in OUT/records: the delta method on data sets
+    0..reps_delta-1, and the bootstrap (with the delta method again) on 0..reps_boot-1.
+    The delta method runs on its own first, so that a run stopped during the long
+    bootstrap part has every delta-method data set."""
     tasks = []
     for name in scenarios:
         s = dgp.SCENARIO_BY_NAME[name]
         done = _done(os.path.join(out, "records", name + ".jsonl"))
         todo_boot = [r for r in range(reps_boot) if not done.get(r, False)]
-        todo_delta = [r for r in range(reps_boot, max(reps_delta, reps_boot)) if r not in done]
+        todo_delta = [r for r in range(reps_delta) if r not in done]
         for reps, boot, size in ((todo_boot, True, chunk_boot), (todo_delta, False, chunk_delta)):
             for k in range(0, len(reps), size):
                 part = reps[k:k + size]

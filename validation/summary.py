@@ -189,8 +189,19 @@ def summarise_scenario(s, records):
                 accel.append(_f(iv["a"]))
                 accel_reps.append(_f(iv.get("a_replicates")))
                 z0.append(_f(iv["z0"]))
+        # The delta method on the bootstrapped data sets alone, so that it can be compared
+        # with the bootstrap intervals on the same data.
+        hits["delta_on_bootstrap_sets"] = [
+            _position(_scale(e, r["truth"][e]), _scale(e, x["lo"]), _scale(e, x["hi"]))
+            for r in boot_recs
+            for x in [r["program"]["delta"].get("effects", {}).get(e)] if x is not None]
         if boot_recs:
             er["bootstrap_estimate"] = _moments(b_errors, b_ses)
+            # Data sets where the program's BCa and Efron's BCa disagree about the truth.
+            pairs = [(p, q) for p, q in zip(hits["bca"], hits["efron_bca"])
+                     if p is not None and q is not None]
+            if pairs:
+                er["bca_discordant"] = sum((p == 0) != (q == 0) for p, q in pairs) / len(pairs)
             for k, h in hits.items():
                 er[k] = _coverage(h)
             a = np.array([x for x in accel if np.isfinite(x)])
@@ -236,21 +247,21 @@ def text_table(result):
 
 
 # -- checks ---------------------------------------------------------------------------
-# Intervals that should cover at the nominal level in a scenario, by what theory and the
-# full study (docs/validation.md) say. The CI version asserts each within 3 binomial
-# standard errors of 95% (at R = 200: 90.4% to 99.6%). Effects and intervals left out
-# are those the full study shows to miss the nominal level for a reason of the method
-# (see docs/validation.md); they are reported, not asserted.
+# Intervals that should cover at the nominal level in a scenario of the CI version, by
+# what theory and the full study (docs/validation.md) say. The CI version asserts each
+# within 3 binomial standard errors of 95% (at R = 200: 90.4% to 99.6%). Left out, and
+# reported only: the proportion mediated (a ratio of estimates, heavy-tailed at N = 200);
+# for the binary mediator at N = 200 the delta-method and normal intervals of the NIE,
+# symmetric intervals for a skewed estimator that the full study shows below 95%; and for
+# the common binary outcome every effect but the controlled direct odds ratio, which the
+# rare-outcome approximation does not touch.
+_ALL = ("delta", "percentile", "bca", "normal", "efron_bca")
 EXPECTED_NOMINAL = {
-    "nn-int-200": {e: ("delta", "percentile", "bca", "normal", "efron_bca")
-                   for e in ("CDE", "NDE", "NIE", "TE")},
-    "bn-2000": {e: ("delta", "percentile", "bca", "normal", "efron_bca")
-                for e in ("CDE", "NDE", "NIE", "TE", "PM")},
-    "irr-int-2000": {e: ("delta", "percentile", "bca", "normal", "efron_bca")
-                     for e in ("R_CDE", "R_NDE", "R_NIE", "R_TE", "PM", "excRR_CDE",
-                               "excRR_PIE", "excRR_INTref", "excRR_INTmed")},
-    "or-common-200": {e: ("delta", "percentile", "bca", "normal", "efron_bca")
-                      for e in ("R_CDE",)},
+    "nn-int-200": {e: _ALL for e in ("CDE", "NDE", "NIE", "TE")},
+    "bn-int-200": dict({e: _ALL for e in ("CDE", "NDE", "TE")},
+                       NIE=("percentile", "bca", "efron_bca")),
+    "irr-200": {e: _ALL for e in ("R_CDE", "R_NDE", "R_NIE", "R_TE", "excRR_CDE", "excRR_PIE")},
+    "or-common-200": {"R_CDE": _ALL},
 }
 
 
