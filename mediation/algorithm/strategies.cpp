@@ -160,7 +160,9 @@ void StrategyBase::warnFactorReference(const ModelColumns& columns, const Vector
 void StrategyBase::warnUncomputableInference(const MediationCaseData& results) const {
   std::string names;
   for (const auto& [name, e] : results.effects) {
-    if (std::isfinite(e.estimate) && e.estimate != 0.0 && std::isfinite(e.se) && e.se < 1e-12 &&
+    // An effect that is fixed by the model (the interaction effects without the interaction
+    // term: 0, or a ratio of 1) has a standard error of exactly 0 and needs no notice.
+    if (std::isfinite(e.estimate) && e.estimate != 0.0 && e.se > 0.0 && e.se < 1e-12 &&
         !std::isfinite(e.z)) {
       names += (names.empty() ? "" : ", ") + name;
     }

@@ -317,6 +317,16 @@ TEST_P(RepairsAndRefusals, AreSaidInPlainWords) {
 INSTANTIATE_TEST_SUITE_P(Analysis, RepairsAndRefusals, ::testing::ValuesIn(messageCases()),
                          [](const auto& param) { return std::string(param.param.name); });
 
+// Without the interaction the interaction ratios are 1 with a standard error of 0 by
+// construction: no notice about small standard errors.
+TEST(SmallStandardErrors, EffectsFixedByTheModelAreNotAnnounced) {
+  const AnalysisRun run =
+      analyse(binaryOutcomeData([](double e) { return std::round(4.0 * std::tanh(e)); }),
+              cmd(" PREDICTORVAR=a(BLEVEL=0 ELEVEL=1 INTERACTION=FALSE) WITH c", kLogitModels));
+  ASSERT_EQ(run.status, 0) << messages(run);
+  EXPECT_EQ(messages(run).find("below 1e-12"), std::string::npos) << messages(run);
+}
+
 // Two values need no suggestion: the defaults are the only contrast there is.
 TEST(DefaultLevels, BinaryExposureGetsNoSuggestion) {
   const ScaleData d = makeData([](double e) { return e > 0.7 ? 1.0 : 0.0; },
