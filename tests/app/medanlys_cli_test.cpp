@@ -102,7 +102,7 @@ TEST_F(MediationCli, ACommandWithoutPrintSaysWhichKeywordsGiveTables) {
       "The command ended without output: it has no /PRINT subcommand, which chooses the "
       "tables. /PRINT alone shows MEDIATION_REGRESSION_MODEL, OUTCOME_REGRESSION_MODEL and "
       "EXPOSURE_STATS; /PRINT also takes DECOMP_RESULTS, INTERACTION_EFFECTS, RATIO_STATS, "
-      "COV_MATRIX, CASE_SUMMARY and DESCRIPTIVES.";
+      "COV_MATRIX, CASE_SUMMARY, DESCRIPTIVES and SENSITIVITY.";
   EXPECT_NE(err.find("warning: " + text), std::string::npos) << err;
   EXPECT_EQ(report["runs"][0]["messages"][0]["text"], text);
 }
