@@ -242,7 +242,8 @@ void BinomialNormalStrategy::bootstrap(const BootstrapCases& cases,
   printBootstrapSummary(std::cout, summaries, run, nb, level);
   std::vector<std::string> decomposition;
   for (std::size_t k = 0; k < 10; ++k) decomposition.push_back(kEffectFields[k].name);
-  storeBootstrapSummaries(summaries, nb, decomposition, results);
+  // A stopped run counts the replicates that ran, not those asked for.
+  storeBootstrapSummaries(summaries, run.successes + run.failures, decomposition, results);
 }
 
 }  // namespace medanlys

@@ -147,17 +147,17 @@ int NormalBinomialStrategy::run(RoleMapping& input, MediationCaseData& results,
     results.transformations["Outcome"] = TransformationRecord();
     transformForSkewness(roles, skewWeights, results);
     results.dataScaleLevels = levels;
-    levels = levelsOnModelScale(levels, results.transformations["Exposure"],
-                                settings_.predictorVar, log);
+    levels = levelsOnModelScale(levels, results.transformations["Exposure"], settings_.predictorVar,
+                                log);
     ReferencePoint& ref = results.reference;
     ref.a_star = levels.a_star;
     ref.a_hat = levels.a_hat;
     const bool custom = settings_.mediatorLevelKind == MediatorLevelKind::kCustom;
     const double customValue =
-        custom ? mediatorLevelOnModelScale(settings_.mediatorLevelValue,
-                                           results.transformations["Mediator"],
-                                           settings_.mediatorVar)
-               : NAN;
+        custom
+            ? mediatorLevelOnModelScale(settings_.mediatorLevelValue,
+                                        results.transformations["Mediator"], settings_.mediatorVar)
+            : NAN;
     ref.m_star = mStarContinuous(mediator, weighted ? &weights : nullptr,
                                  mLevelKind(settings_.mediatorLevelKind), custom, customValue, log);
     ref.c_star = computeCStar(columns.covariates, columns.isFactor, weights, log);
@@ -255,7 +255,9 @@ void NormalBinomialStrategy::bootstrap(const BootstrapCases& cases,
     messages_.GenericWarning(e.what());
     throw;
   }
-  storeBootstrapSummaries(summarizeRatioBootstrap(run, full, level, log), nb,
+  // A stopped run counts the replicates that ran, not those asked for.
+  storeBootstrapSummaries(summarizeRatioBootstrap(run, full, level, log),
+                          run.successes + run.failures,
                           {model.prefix + "CDE", model.prefix + "NDE", model.prefix + "NIE",
                            model.prefix + "TE", model.prefix + "PIE"},
                           results);
