@@ -16,7 +16,7 @@ ssize_t writeBytes(const void* bytes, size_t length, void* file) {
   return static_cast<ssize_t>(std::fwrite(bytes, 1, length, static_cast<FILE*>(file)));
 }
 
-struct VariableSpec {
+struct ColumnInfo {
   const char* name;
   const char* label;
   readstat_measure_t measure;
@@ -24,7 +24,7 @@ struct VariableSpec {
 };
 
 // The columns of example.csv, in order.
-const VariableSpec kVariables[] = {
+const ColumnInfo kVariables[] = {
     {"id", "Employee number", READSTAT_MEASURE_NOMINAL, "F4.0"},
     {"training", "Attended the training programme", READSTAT_MEASURE_NOMINAL, "F1.0"},
     {"skills", "Skills-test score after the programme", READSTAT_MEASURE_SCALE, "F6.2"},
@@ -74,13 +74,13 @@ int main(int argc, char** argv) {
   readstat_label_double_value(regions, 2, "centre");
   readstat_label_double_value(regions, 3, "south");
   std::vector<readstat_variable_t*> variables;
-  for (const VariableSpec& spec : kVariables) {
-    readstat_variable_t* v = readstat_add_variable(writer, spec.name, READSTAT_TYPE_DOUBLE, 0);
-    readstat_variable_set_label(v, spec.label);
-    readstat_variable_set_measure(v, spec.measure);
-    readstat_variable_set_format(v, spec.format);
-    if (std::string(spec.name) == "training") readstat_variable_set_label_set(v, yesNo);
-    if (std::string(spec.name) == "region") readstat_variable_set_label_set(v, regions);
+  for (const ColumnInfo& column : kVariables) {
+    readstat_variable_t* v = readstat_add_variable(writer, column.name, READSTAT_TYPE_DOUBLE, 0);
+    readstat_variable_set_label(v, column.label);
+    readstat_variable_set_measure(v, column.measure);
+    readstat_variable_set_format(v, column.format);
+    if (std::string(column.name) == "training") readstat_variable_set_label_set(v, yesNo);
+    if (std::string(column.name) == "region") readstat_variable_set_label_set(v, regions);
     variables.push_back(v);
   }
   readstat_begin_writing_sav(writer, file, static_cast<long>(rows.size()));
